@@ -1,0 +1,30 @@
+/*
+ * Identity of the node: chassis, slot, CPU.
+ */
+#ifndef KOVA_PLATFORM_NODE_H
+#define KOVA_PLATFORM_NODE_H
+
+#include <stdint.h>
+
+#include "kova/export.h"
+
+KOVA_BEGIN_DECLS
+
+/** @return Chassis number of this node. */
+KOVA_API uint32_t KovaGetSelfChassisId(void);
+
+/** @param slotId Out: slot number of this board. @return 0, or an error code with the output untouched. */
+KOVA_API uint32_t KovaDevmGetSelfSlotId(uint32_t *slotId);
+
+/** @return Bit 0 set when chassis stacking is enabled. */
+KOVA_API uint32_t KovaStackIsEnable(void);
+
+/** @return Bit 0 set when the stack is of the kind whose slot numbers need no chassis prefix. */
+KOVA_API uint32_t KovaIsBoxStack(void);
+
+/** @param cpuId Out: CPU id. @return 0, or an error code. */
+KOVA_API uint32_t KovaDrvGetSelfCpuId(uint32_t *cpuId);
+
+KOVA_END_DECLS
+
+#endif /* KOVA_PLATFORM_NODE_H */

@@ -1,0 +1,53 @@
+/*
+ * Variables that exist once per process and belong to the platform's libraries. The agent uses them by name; where no
+ * platform library defines them, the stand-in does, with the initial values given here.
+ */
+#ifndef KOVA_PLATFORM_PROCESS_GLOBALS_H
+#define KOVA_PLATFORM_PROCESS_GLOBALS_H
+
+#include <pthread.h>
+#include <stdint.h>
+
+#include "kova/exception_record.h"
+#include "kova/export.h"
+
+KOVA_BEGIN_DECLS
+
+/* Handle that the agent passes to KovaBaseMalloc and KovaBaseFree. Initially 0xFFFFFFFF, the C heap. */
+extern KOVA_API uint32_t g_kovaAgentMemHandle;
+
+/* Slot text ("5", or "2/5" with the chassis in front). Written by KOVA_SelfSlotidInit. Initially empty. */
+#define KOVA_SLOT_TEXT_SIZE 50
+extern KOVA_API char g_kovaSelfSlotid[KOVA_SLOT_TEXT_SIZE];
+
+/* CPU id. Filled by KovaDrvGetSelfCpuId. Initially 0. */
+extern KOVA_API uint32_t g_kovaSelfCpuid;
+
+/*
+ * 1 while an exception record is being made, else 0. Claimed by one compare-and-swap from 0. It guards the record, the
+ * two buffers, g_mapsFileName and g_heapPrintMaxTime.
+ */
+extern KOVA_API int32_t g_kovaExceptionMutex;
+
+/* The exception record, text buffer (10240 bytes) and register-memory buffer (1792 bytes): NULL until the capture is
+ * set up, then there for the life of the process. */
+extern KOVA_API KovaExceptInfo *g_kovaBoxExceptInfo;
+extern KOVA_API char *g_kovaExceptLogbuf;
+extern KOVA_API uint8_t *g_kovaRegMemory;
+
+/* Taken for writing while the two buffers are made. */
+extern KOVA_API pthread_rwlock_t g_exceptLogbufInitlock;
+
+/* Unwinder that a process registered instead of backtrace(), or NULL. */
+extern KOVA_API KovaExceptCallStackHook g_kovaExceptCallback;
+
+/* Tells whether the process is exiting abnormally (lowest bit), or NULL. */
+extern KOVA_API KovaAbnormalExitQuery g_kovaIsProcessAbnormalExit;
+
+/* Path of the map file that the last search opened. */
+#define KOVA_MAPS_FILE_NAME_SIZE 64
+extern KOVA_API char g_mapsFileName[KOVA_MAPS_FILE_NAME_SIZE];
+
+KOVA_END_DECLS
+
+#endif /* KOVA_PLATFORM_PROCESS_GLOBALS_H */

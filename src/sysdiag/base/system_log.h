@@ -1,0 +1,30 @@
+// Messages of the code that the platform's log writer itself depends on, or that runs where it must not be used.
+//
+// They go to the system log at priority 3 (error, no facility bits). syslog() allocates and locks, so inside the record
+// handler the same text goes out as one datagram to /dev/log, or is lost when nobody listens there.
+//
+// Signal context: safe.
+#pragma once
+
+#include "kova_platform/bounded_string.h"
+
+namespace kova {
+
+inline constexpr int kSystemLogTextSize = 512;
+
+// Sends a finished text.
+void send_to_system_log(const char* text);
+
+// Formats with the bounded functions, cuts at 511 characters, and sends. Leaves errno as it is.
+template <typename... Arguments>
+[[gnu::noinline]] void report_to_system_log(const char* format, Arguments... arguments) {
+    char text[kSystemLogTextSize];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+    if (snprintf_truncated_s(text, sizeof text, format, arguments...) < 0) return;
+#pragma GCC diagnostic pop
+    send_to_system_log(text);
+}
+
+}  // namespace kova

@@ -1,0 +1,1 @@
+#include "except/src/proc_agent/box_format.h"
