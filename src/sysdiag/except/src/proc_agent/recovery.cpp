@@ -28,7 +28,6 @@ constinit thread_local RecoveryPoint* volatile t_point = nullptr;
         step(argument);
         return true;
     }
-    // A point that an earlier, abandoned entry left armed is dropped with it: the outermost entry has none outside.
     RecoveryPoint point{.outer = t_point, .scope_depth = signal_scope_depth(), .jump = {}};
     if (sigsetjmp(point.jump, 1) != 0) return false;
     t_point = &point;
@@ -40,6 +39,8 @@ constinit thread_local RecoveryPoint* volatile t_point = nullptr;
 bool is_synchronous_fault(int signal, const siginfo_t& info) {
     return (signal == SIGSEGV || signal == SIGBUS || signal == SIGILL || signal == SIGFPE) && info.si_code > 0;
 }
+
+void drop_recovery_points() { t_point = nullptr; }
 
 void recover_if_armed() {
     RecoveryPoint* const point = t_point;
