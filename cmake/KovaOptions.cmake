@@ -29,8 +29,8 @@ function(kova_loadable target)
         CXX_VISIBILITY_PRESET hidden
         POSITION_INDEPENDENT_CODE ON
         LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
-        BUILD_RPATH "$ORIGIN"
-        BUILD_RPATH_USE_ORIGIN ON
+        # CMake's own build-tree path would end in ":", which the loader takes for the current directory.
+        BUILD_WITH_INSTALL_RPATH ON
         INSTALL_RPATH "$ORIGIN")
     target_link_options(${target} PRIVATE -Wl,-z,now,-z,relro,-z,nodelete -Wl,--no-undefined)
     install(TARGETS ${target} LIBRARY DESTINATION lib)
@@ -39,8 +39,7 @@ endfunction()
 function(kova_program target)
     set_target_properties(${target} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin
-        BUILD_RPATH "$ORIGIN/../lib"
-        BUILD_RPATH_USE_ORIGIN ON
+        BUILD_WITH_INSTALL_RPATH ON
         INSTALL_RPATH "$ORIGIN/../lib")
     install(TARGETS ${target} RUNTIME DESTINATION bin)
 endfunction()
