@@ -1,0 +1,420 @@
+// The road of a fatal signal, seen from outside: what real and made-up signals leave in the log and in the black box.
+#include <pthread.h>
+#include <sys/syscall.h>
+
+#include <atomic>
+#include <regex>
+
+#include "sysdiag/except/capture_fixture.h"
+
+extern "C" [[gnu::noinline]] void write_to_null() {
+    volatile int* nothing = nullptr;
+    asm volatile("" : "+r"(nothing));
+    *nothing = 1;
+}
+
+namespace kova::test {
+namespace {
+
+constexpr std::string_view kHeading = "===================== Exception info (no:  0  idx:  0) =====================";
+
+// Everything of `parts` in this order.
+void expect_in_order(std::string_view text, const std::vector<std::string>& parts) {
+    std::size_t at = 0;
+    for (const std::string& part : parts) {
+        const std::size_t found = text.find(part, at);
+        ASSERT_NE(text.npos, found) << "missing, or before its place: " << part;
+        at = found + part.size();
+    }
+}
+
+TEST_F(Capture, BeforeSetUpLeavesOneTraceLine) {
+    EXPECT_EQ(0, in_child([] {
+        siginfo_t info = sent_by(::getpid(), SIGABRT);
+        KOVA_SignalInfoRecordHandler(SIGABRT, &info, nullptr);
+        KOVA_SignalInfoRecordHandler(SIGABRT, nullptr, nullptr);
+    }));
+    const std::string log = read_text(kLogPath);
+    const std::regex line(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\[\[Native\]KOVA_SignalInfoRecordHandler\]\[KOVA\])"
+                          R"(\[ERROR\] Proc\[(\d+):capture_test\] send Signal\[6:SIGABRT/SIGIOT\] to )"
+                          R"(Proc\[\1:capture_test\]\.\n)");
+    EXPECT_TRUE(std::regex_match(log, line)) << log;
+    EXPECT_NE(0, ::access(kBoxPath, F_OK));
+}
+
+TEST_F(Capture, AFaultLeavesTheWholeReportAndARecord) {
+    const int status = in_child([] {
+        KOVA_ExceptInit();
+        install_host();
+        const PaintedStack stack(65536);
+        write_to_null();
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(SIGSEGV, WTERMSIG(status));
+
+    const auto records = stored_records();
+    ASSERT_EQ(1U, records.size());
+    const KovaExceptInfo& record = records[0];
+    EXPECT_EQ(KOVA_EXCEPT_MARKER, record.magic);
+    EXPECT_EQ(SIGSEGV, record.signalNumber);
+    EXPECT_STREQ("SIGSEGV", record.signalName);
+    EXPECT_STREQ("capture_test", record.processName);
+    EXPECT_EQ(0U, record.machineContext.registers.faultAddress);
+    ASSERT_GE(record.callStackDepth, 3U);
+    EXPECT_EQ(record.machineContext.registers.pc, record.callStackAddress[0]);
+    EXPECT_NE(nullptr, std::strstr(record.callStackSymbol[0], "(write_to_null+0x")) << record.callStackSymbol[0];
+    EXPECT_EQ(1536U, record.spDumpLength);
+    EXPECT_GT(record.pcDumpLength, 0U);
+    const auto* const code = reinterpret_cast<const std::uint8_t*>(record.pcDumpStart);
+    EXPECT_EQ(0, std::memcmp(code, record.pcDump, record.pcDumpLength));  // this program's own text
+
+    const std::string log = read_text(kLogPath);
+    expect_in_order(log, {"send Signal[11:SIGSEGV]", "\nException Time:", "Exception Info(ProcessName=capture_test,", "-",
+                          " r", "[stack]", "\n" + std::string(kHeading), "Exception Slot/CPU:", "Register Contents:\n",
+                          "faultaddr, Val = 0x0000000000000000;\nShow CallStack:\n\n", "===Dump Register SP[",
+                          "===Dump Register PC[", "===Dump Register FP[", kHeading.data(), "Register Contents:\n",
+                          "Show CallStack:\n#0  Instruction Address: 0x", "(write_to_null+0x", "#1  "});
+    EXPECT_EQ(2U, count_of(log, kHeading));
+    EXPECT_EQ(0U, count_of(log, "KOVA Box Write unsuccessful"));
+}
+
+TEST_F(Capture, ANullContextDumpsNothing) {
+    EXPECT_EQ(0, in_child([] {
+        KOVA_ExceptInit();
+        siginfo_t info = sent_by(::getppid(), SIGQUIT);
+        errno = 4711;
+        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
+        ::_exit(errno == 4711 && g_kovaExceptionMutex == 0 ? 0 : 1);
+    }));
+    const auto records = stored_records();
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ(0U, records[0].spDumpLength + records[0].pcDumpLength + records[0].lrDumpLength + records[0].fpDumpLength);
+    const KovaMachineContext zero{};
+    EXPECT_EQ(0, std::memcmp(&zero, &records[0].machineContext, sizeof zero));
+    EXPECT_EQ(static_cast<std::uint32_t>(::getpid()), records[0].senderProcessId);
+    EXPECT_STREQ("capture_test", records[0].senderProcessName);
+    EXPECT_EQ(0U, count_of(read_text(kLogPath), "===Dump"));
+}
+
+std::uint32_t g_abnormal_exit = 0;
+
+TEST_F(Capture, TerminationLeavesACallStackOnlyWhenTheExitIsAbnormal) {
+    const struct {
+        const char* name;
+        KovaAbnormalExitQuery query;
+        std::uint32_t answer;
+        bool stack;
+    } cases[] = {
+        {"no query", nullptr, 0, false},
+        {"normal", [] { return g_abnormal_exit; }, 2, false},
+        {"abnormal", [] { return g_abnormal_exit; }, 3, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        SetUp();
+        EXPECT_EQ(0, in_child([&c] {
+            KOVA_ExceptInit();
+            g_kovaIsProcessAbnormalExit = c.query;
+            g_abnormal_exit = c.answer;
+            siginfo_t info = sent_by(::getppid(), SIGTERM);
+            ucontext_t context = make_context({.x = {}, .sp = 0, .pc = 0x1234});
+            KOVA_RegExceptCallStackDumpHook(
+                [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) { return 1U; });
+            KOVA_SignalInfoRecordHandler(SIGTERM, &info, &context);
+        }));
+        const std::string log = read_text(kLogPath);
+        const std::string after_trace = log.substr(log.find('\n') + 1);
+        EXPECT_EQ(c.stack ? "Show CallStack:\n#0  Instruction Address: 0x0000000000001234, Func:\n\n" : "", after_trace);
+        EXPECT_NE(0, ::access(kBoxPath, F_OK));
+    }
+}
+
+TEST_F(Capture, ASignalDuringACaptureLeavesItsTraceLine) {
+    EXPECT_EQ(0, in_child([] {
+        KOVA_ExceptInit();
+        KOVA_RegExceptCallStackDumpHook(
+            [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t* depth) {
+                siginfo_t second = sent_by(1, SIGHUP);
+                KOVA_SignalInfoRecordHandler(SIGHUP, &second, nullptr);
+                *depth = 0;
+                return g_kovaExceptionMutex == 1 ? 0U : 1U;
+            });
+        siginfo_t first = sent_by(1, SIGQUIT);
+        KOVA_SignalInfoRecordHandler(SIGQUIT, &first, nullptr);
+        ::_exit(g_kovaExceptionMutex);
+    }));
+    const std::string log = read_text(kLogPath);
+    EXPECT_EQ(1U, count_of(log, "send Signal[1:SIGHUP]"));
+    EXPECT_EQ(2U, count_of(log, kHeading));
+    const auto records = stored_records();
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ(SIGQUIT, records[0].signalNumber);
+    EXPECT_EQ(0U, records[0].callStackDepth);
+}
+
+TEST_F(Capture, AHookThatFailsFaultsOrLiesLeavesAUsableStack) {
+    const struct {
+        const char* name;
+        KovaExceptCallStackHook hook;
+        std::uint32_t depth;
+        std::uint64_t first;
+    } cases[] = {
+        {"fails after writing",
+         [](void*, std::uint32_t, std::uint32_t, std::uint64_t* addresses, std::uint32_t* depth) {
+             addresses[0] = addresses[5] = 7;
+             *depth = 6;
+             return 1U;
+         }, 1, 0x1234},
+        {"faults after writing",
+         [](void*, std::uint32_t, std::uint32_t, std::uint64_t* addresses, std::uint32_t*) {
+             addresses[0] = addresses[5] = 7;
+             write_to_null();
+             return 0U;
+         }, 1, 0x1234},
+        {"reports more than there is room for",
+         [](void*, std::uint32_t max, std::uint32_t zero, std::uint64_t* addresses, std::uint32_t* depth) {
+             std::fill_n(addresses, max, 9);
+             *depth = 21 + zero;
+             return 0U;
+         }, 20, 9},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        SetUp();
+        EXPECT_EQ(0, in_child([&c] {
+            KOVA_ExceptInit();
+            // Enters the record handler again for a fault inside it.
+            install_host();
+            const PaintedStack stack(65536);
+            KOVA_RegExceptCallStackDumpHook(c.hook);
+            siginfo_t info = sent_by(1, SIGQUIT);
+            ucontext_t context = make_context({.x = {}, .sp = 0, .pc = 0x1234});
+            KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
+        }));
+        const auto records = stored_records();
+        ASSERT_EQ(1U, records.size());
+        EXPECT_EQ(c.depth, records[0].callStackDepth);
+        EXPECT_EQ(c.first, records[0].callStackAddress[0]);
+        EXPECT_EQ(c.depth == 20 ? 9U : 0U, records[0].callStackAddress[5]);
+    }
+}
+
+TEST_F(Capture, RegistersThatPointAtHostileMappingsAreLeftOutOrClipped) {
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    auto* const pages = static_cast<std::uint8_t*>(
+        ::mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    std::memset(pages, 0x5A, 3 * page);
+    ASSERT_EQ(0, ::mprotect(pages, page, PROT_NONE));
+    ASSERT_EQ(0, ::munmap(pages + 2 * page, page));
+    // A file mapping that is truncated behind its back: "r--" in the map, SIGBUS for who reads it.
+    const char* const path = "/opt/norvel/truncated";
+    const int file = ::open(path, O_RDWR | O_CREAT, 0600);
+    ASSERT_EQ(0, ::ftruncate(file, static_cast<off_t>(page)));
+    auto* const mapped = static_cast<std::uint8_t*>(::mmap(nullptr, page, PROT_READ, MAP_SHARED, file, 0));
+    ASSERT_EQ(0, ::ftruncate(file, 0));
+
+    const auto last = reinterpret_cast<std::uint64_t>(pages + 2 * page - 4);
+    Registers registers;
+    registers.x[0] = reinterpret_cast<std::uint64_t>(pages + 8);
+    registers.x[1] = last;
+    registers.x[2] = reinterpret_cast<std::uint64_t>(mapped + 8);
+    registers.x[3] = last + 4;  // the end of the mapping
+    registers.x[29] = last;
+    registers.sp = last;
+    registers.pc = reinterpret_cast<std::uint64_t>(mapped);
+    EXPECT_EQ(0, in_child([&registers] {
+        KOVA_ExceptInit();
+        install_host();
+        const PaintedStack stack(65536);
+        siginfo_t info = sent_by(1, SIGQUIT);
+        ucontext_t context = make_context(registers);
+        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
+    }));
+    const std::string log = read_text(kLogPath);
+    EXPECT_EQ(0U, count_of(log, "Register X0["));
+    EXPECT_EQ(1U, count_of(log, "Register X1["));
+    EXPECT_EQ(0U, count_of(log, "Register X2["));
+    EXPECT_EQ(0U, count_of(log, "Register X3["));
+    EXPECT_EQ(1U, count_of(log, "Register SP["));
+    EXPECT_EQ(0U, count_of(log, "Register PC["));
+    EXPECT_EQ(1U, count_of(log, "Register FP["));
+    const auto records = stored_records();
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ(last - 512, records[0].spDumpStart);
+    EXPECT_EQ(516U, records[0].spDumpLength);
+    EXPECT_EQ(260U, records[0].fpDumpLength);
+    EXPECT_EQ(0U, records[0].pcDumpStart);
+    ::munmap(pages, 2 * page);
+    ::munmap(mapped, page);
+    ::close(file);
+    ::unlink(path);
+}
+
+[[gnu::noinline]] int recurse_for_ever(int depth) {
+    volatile char frame[4096];
+    frame[0] = static_cast<char>(depth);
+    return recurse_for_ever(depth + 1) + frame[0];
+}
+
+void* crash_in_thread(void* stack_overflow) {
+    const PaintedStack stack(65536);
+    if (stack_overflow != nullptr) recurse_for_ever(0);
+    write_to_null();
+    return nullptr;
+}
+
+[[gnu::noinline]] void smash_the_stack() {
+    void** const frame = static_cast<void**>(__builtin_frame_address(0));
+    // The saved frame pointer, the return address and the callers' frames.
+    for (std::size_t i = 0; i < 64; ++i) frame[i] = reinterpret_cast<void*>(0xDEADBEEF00000000ULL + 8 * i);
+    asm volatile("" ::: "memory");
+}
+
+TEST_F(Capture, BrokenStacksAndWildJumpsStillLeaveReportAndRecord) {
+    const struct {
+        const char* name;
+        void (*crash)();
+        int signal;
+    } cases[] = {
+        {"stack overflow in the main thread", [] { recurse_for_ever(0); }, SIGSEGV},
+        {"stack overflow in a thread",
+         [] {
+             pthread_t thread;
+             ::pthread_create(&thread, nullptr, crash_in_thread, &thread);
+             ::pthread_join(thread, nullptr);
+         }, SIGSEGV},
+        {"a jump to no mapping", [] { reinterpret_cast<void (*)()>(0x5'0000'0000)(); }, SIGSEGV},
+        {"a jump to a data page",
+         [] {
+             static std::uint8_t data[64];
+             reinterpret_cast<void (*)()>(reinterpret_cast<std::uintptr_t>(data))();
+         }, SIGSEGV},
+        {"a smashed stack", [] { smash_the_stack(); }, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        SetUp();
+        const int status = in_child([&c] {
+            KOVA_ExceptInit();
+            install_host();
+            const PaintedStack stack(65536);
+            c.crash();
+        });
+        ASSERT_TRUE(WIFSIGNALED(status)) << status;
+        if (c.signal != 0) EXPECT_EQ(c.signal, WTERMSIG(status));
+        const auto records = stored_records();
+        ASSERT_EQ(1U, records.size());
+        EXPECT_GE(records[0].callStackDepth, 1U);
+        EXPECT_EQ(records[0].machineContext.registers.pc, records[0].callStackAddress[0]);
+        EXPECT_EQ(2U, count_of(read_text(kLogPath), kHeading));
+    }
+}
+
+TEST_F(Capture, ProcessesThatCrashAtOnceEachLeaveTheirOwn) {
+    constexpr int kProcesses = 6;
+    int start[2];
+    ASSERT_EQ(0, ::pipe(start));
+    std::vector<pid_t> children;
+    for (int i = 0; i < kProcesses; ++i) {
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            ::alarm(kChildLimitSeconds);
+            KOVA_ExceptInit();
+            install_host();
+            const PaintedStack stack(65536);
+            ::close(start[1]);
+            char byte;
+            static_cast<void>(!::read(start[0], &byte, 1));  // returns when the parent closes its end
+            write_to_null();
+        }
+        children.push_back(pid);
+    }
+    ::close(start[0]);
+    ::close(start[1]);
+    for (const pid_t pid : children) {
+        int status = 0;
+        ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;
+    }
+    const auto records = stored_records();
+    ASSERT_EQ(static_cast<std::size_t>(kProcesses), records.size());
+    const std::string log = read_text(kLogPath);
+    for (const pid_t pid : children) {
+        const auto is_of = [pid](const KovaExceptInfo& record) { return record.processId == pid; };
+        EXPECT_EQ(1, std::count_if(records.begin(), records.end(), is_of));
+        EXPECT_EQ(2U, count_of(log, "Exception Process ID:      " + std::to_string(pid) + "\n"));
+    }
+    // No piece was split: every header is whole.
+    EXPECT_EQ(2U * kProcesses, count_of(log, std::string(kHeading) + "\nException Time:            2"));
+    EXPECT_EQ(2U * kProcesses, count_of(log, "(CPU Tick Low)\nRegister Contents:\nReg:  X0, Val = 0x"));
+}
+
+std::atomic<int> g_threads_ready{0};
+
+TEST_F(Capture, ThreadsThatFaultAtOnceLeaveOneRecordAndATraceLineEach) {
+    const int status = in_child([] {
+        KOVA_ExceptInit();
+        install_host([](int signal, siginfo_t* info, void* context) {
+            static std::atomic<int> captured{0};
+            KOVA_SignalInfoRecordHandler(signal, info, context);
+            // Ends the process once both have been through.
+            if (captured.fetch_add(1) == 1) ::_exit(0);
+            for (;;) ::pause();
+        });
+        const auto crash = [](void*) -> void* {
+            const PaintedStack stack(65536);
+            g_threads_ready.fetch_add(1);
+            while (g_threads_ready.load() != 2) continue;
+            write_to_null();
+            return nullptr;
+        };
+        pthread_t threads[2];
+        for (pthread_t& thread : threads) ::pthread_create(&thread, nullptr, crash, nullptr);
+        for (const pthread_t thread : threads) ::pthread_join(thread, nullptr);
+    });
+    EXPECT_EQ(0, status);
+    const std::string log = read_text(kLogPath);
+    EXPECT_EQ(2U, count_of(log, "send Signal[11:SIGSEGV]"));
+    const std::size_t captures = stored_records().size();  // two when the second came after the first was done
+    EXPECT_TRUE(captures == 1 || captures == 2) << captures;
+    EXPECT_EQ(2 * captures, count_of(log, kHeading));
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(Capture, AVforkChildThatDiesInItsHandlerLeavesTheParentAbleToCapture) {
+    EXPECT_EQ(0, in_child([] {
+        KOVA_ExceptInit();
+        install_host();
+        const PaintedStack stack(65536);
+        KOVA_RegExceptCallStackDumpHook(
+            [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) -> std::uint32_t {
+                if (::getpid() != ::getppid() && g_abnormal_exit == 0) ::_exit(3);  // dies in mid-capture
+                return 1;
+            });
+        const pid_t child = ::vfork();
+        if (child == 0) write_to_null();
+        int status = 0;
+        if (::waitpid(child, &status, 0) != child || WEXITSTATUS(status) != 3) ::_exit(1);
+        g_abnormal_exit = 1;
+        siginfo_t info = sent_by(1, SIGQUIT);
+        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
+    }));
+    const auto records = stored_records();
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ(SIGQUIT, records[0].signalNumber);
+}
+#endif
+
+TEST_F(Capture, ABoxThatCannotBeWrittenIsSaidInTheLog) {
+    ASSERT_EQ(0, ::mkdir(kBoxPath, 0700));
+    EXPECT_EQ(0, in_child([] {
+        KOVA_ExceptInit();
+        siginfo_t info = sent_by(1, SIGQUIT);
+        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
+    }));
+    ::rmdir(kBoxPath);
+    expect_in_order(read_text(kLogPath), {std::string(kHeading), "KOVA Box Write unsuccessful.(ret=22)\n", kHeading.data()});
+}
+
+}  // namespace
+}  // namespace kova::test
