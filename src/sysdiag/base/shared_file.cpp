@@ -17,7 +17,7 @@ constexpr int kOpenAttempts = 3;
 }  // namespace
 
 OpenStep SharedFile::open_locked(const Steps& steps) {
-    process_lock_.emplace(kind_.lock);
+    take_process_lock();
     OpenStep failed = OpenStep::kLock;
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
         fd_ = steps.open != nullptr ? steps.open() : open_regular_file(kind_.path, kind_.flags, kind_.mode);
@@ -49,6 +49,13 @@ void SharedFile::close() {
     fd_.reset();
     process_lock_.reset();
     errno = saved_errno;
+}
+
+void SharedFile::take_process_lock() {
+    const std::int64_t start_ms = monotonic_ms();
+    process_lock_.emplace(kind_.lock);
+    // A report has a hundred pieces: without this each could wait anew for a thread that never lets go.
+    if (in_signal_scope()) kind_.budget().left_ms -= monotonic_ms() - start_ms;
 }
 
 bool SharedFile::was_removed() const {
