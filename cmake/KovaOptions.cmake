@@ -20,6 +20,9 @@ if(KOVA_SANITIZE)
     add_link_options(-fsanitize=${KOVA_SANITIZE})
 endif()
 
+# CMake would add the C++ runtime to every link of C++ objects, and the check that kova_loadable makes were void.
+set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+
 # A library that programs load: bound at load time, read-only after relocation, never unloaded, nothing undefined.
 # Linked by the C driver, so that a slip into the C++ runtime is a link error.
 function(kova_loadable target)

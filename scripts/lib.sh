@@ -18,14 +18,12 @@ fail() {
 
 package_installed() { [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]; }
 
-# Runs a command as root: directly, or with a sudo that asks for nothing where nobody could answer.
+# sudo asks on the terminal, whatever is redirected; without one it fails instead of waiting.
 as_root() {
     if [[ $(id -u) == 0 ]]; then
         "$@"
-    elif [[ -t 0 ]]; then
-        sudo "$@"
     else
-        sudo -n "$@"
+        sudo "$@"
     fi
 }
 
