@@ -30,10 +30,10 @@ void expect_in_order(std::string_view text, const std::vector<std::string>& part
 
 TEST_F(Capture, BeforeSetUpLeavesOneTraceLine) {
     EXPECT_EQ(0, in_child([] {
-        siginfo_t info = sent_by(::getpid(), SIGABRT);
-        KOVA_SignalInfoRecordHandler(SIGABRT, &info, nullptr);
-        KOVA_SignalInfoRecordHandler(SIGABRT, nullptr, nullptr);
-    }));
+                  siginfo_t info = sent_by(::getpid(), SIGABRT);
+                  KOVA_SignalInfoRecordHandler(SIGABRT, &info, nullptr);
+                  KOVA_SignalInfoRecordHandler(SIGABRT, nullptr, nullptr);
+              }));
     const std::string log = read_text(kLogPath);
     const std::regex line(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\[\[Native\]KOVA_SignalInfoRecordHandler\]\[KOVA\])"
                           R"(\[ERROR\] Proc\[(\d+):capture_test\] send Signal\[6:SIGABRT/SIGIOT\] to )"
@@ -69,26 +69,28 @@ TEST_F(Capture, AFaultLeavesTheWholeReportAndARecord) {
     EXPECT_EQ(0, std::memcmp(code, record.pcDump, record.pcDumpLength));  // this program's own text
 
     const std::string log = read_text(kLogPath);
-    expect_in_order(log, {"send Signal[11:SIGSEGV]", "\nException Time:", "Exception Info(ProcessName=capture_test,", "-",
-                          " r", "[stack]", "\n" + std::string(kHeading), "Exception Slot/CPU:", "Register Contents:\n",
-                          "faultaddr, Val = 0x0000000000000000;\nShow CallStack:\n\n", "===Dump Register SP[",
-                          "===Dump Register PC[", "===Dump Register FP[", kHeading.data(), "Register Contents:\n",
-                          "Show CallStack:\n#0  Instruction Address: 0x", "(write_to_null+0x", "#1  "});
+    expect_in_order(
+        log, {"send Signal[11:SIGSEGV]", "\nException Time:", "Exception Info(ProcessName=capture_test,", "-", " r",
+              "[stack]", "\n" + std::string(kHeading), "Exception Slot/CPU:", "Register Contents:\n",
+              "faultaddr, Val = 0x0000000000000000;\nShow CallStack:\n\n", "===Dump Register SP[",
+              "===Dump Register PC[", "===Dump Register FP[", kHeading.data(), "Register Contents:\n",
+              "Show CallStack:\n#0  Instruction Address: 0x", "(write_to_null+0x", "#1  "});
     EXPECT_EQ(2U, count_of(log, kHeading));
     EXPECT_EQ(0U, count_of(log, "KOVA Box Write unsuccessful"));
 }
 
 TEST_F(Capture, ANullContextDumpsNothing) {
     EXPECT_EQ(0, in_child([] {
-        KOVA_ExceptInit();
-        siginfo_t info = sent_by(::getppid(), SIGQUIT);
-        errno = 4711;
-        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
-        ::_exit(errno == 4711 && g_kovaExceptionMutex == 0 ? 0 : 1);
-    }));
+                  KOVA_ExceptInit();
+                  siginfo_t info = sent_by(::getppid(), SIGQUIT);
+                  errno = 4711;
+                  KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
+                  ::_exit(errno == 4711 && g_kovaExceptionMutex == 0 ? 0 : 1);
+              }));
     const auto records = stored_records();
     ASSERT_EQ(1U, records.size());
-    EXPECT_EQ(0U, records[0].spDumpLength + records[0].pcDumpLength + records[0].lrDumpLength + records[0].fpDumpLength);
+    EXPECT_EQ(0U,
+              records[0].spDumpLength + records[0].pcDumpLength + records[0].lrDumpLength + records[0].fpDumpLength);
     const KovaMachineContext zero{};
     EXPECT_EQ(0, std::memcmp(&zero, &records[0].machineContext, sizeof zero));
     EXPECT_EQ(static_cast<std::uint32_t>(::getpid()), records[0].senderProcessId);
@@ -113,36 +115,37 @@ TEST_F(Capture, TerminationLeavesACallStackOnlyWhenTheExitIsAbnormal) {
         SCOPED_TRACE(c.name);
         SetUp();
         EXPECT_EQ(0, in_child([&c] {
-            KOVA_ExceptInit();
-            g_kovaIsProcessAbnormalExit = c.query;
-            g_abnormal_exit = c.answer;
-            siginfo_t info = sent_by(::getppid(), SIGTERM);
-            ucontext_t context = make_context({.x = {}, .sp = 0, .pc = 0x1234});
-            KOVA_RegExceptCallStackDumpHook(
-                [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) { return 1U; });
-            KOVA_SignalInfoRecordHandler(SIGTERM, &info, &context);
-        }));
+                      KOVA_ExceptInit();
+                      g_kovaIsProcessAbnormalExit = c.query;
+                      g_abnormal_exit = c.answer;
+                      siginfo_t info = sent_by(::getppid(), SIGTERM);
+                      ucontext_t context = make_context({.x = {}, .sp = 0, .pc = 0x1234});
+                      KOVA_RegExceptCallStackDumpHook(
+                          [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) { return 1U; });
+                      KOVA_SignalInfoRecordHandler(SIGTERM, &info, &context);
+                  }));
         const std::string log = read_text(kLogPath);
         const std::string after_trace = log.substr(log.find('\n') + 1);
-        EXPECT_EQ(c.stack ? "Show CallStack:\n#0  Instruction Address: 0x0000000000001234, Func:\n\n" : "", after_trace);
+        EXPECT_EQ(c.stack ? "Show CallStack:\n#0  Instruction Address: 0x0000000000001234, Func:\n\n" : "",
+                  after_trace);
         EXPECT_NE(0, ::access(kBoxPath, F_OK));
     }
 }
 
 TEST_F(Capture, ASignalDuringACaptureLeavesItsTraceLine) {
     EXPECT_EQ(0, in_child([] {
-        KOVA_ExceptInit();
-        KOVA_RegExceptCallStackDumpHook(
-            [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t* depth) {
-                siginfo_t second = sent_by(1, SIGHUP);
-                KOVA_SignalInfoRecordHandler(SIGHUP, &second, nullptr);
-                *depth = 0;
-                return g_kovaExceptionMutex == 1 ? 0U : 1U;
-            });
-        siginfo_t first = sent_by(1, SIGQUIT);
-        KOVA_SignalInfoRecordHandler(SIGQUIT, &first, nullptr);
-        ::_exit(g_kovaExceptionMutex);
-    }));
+                  KOVA_ExceptInit();
+                  KOVA_RegExceptCallStackDumpHook(
+                      [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t* depth) {
+                          siginfo_t second = sent_by(1, SIGHUP);
+                          KOVA_SignalInfoRecordHandler(SIGHUP, &second, nullptr);
+                          *depth = 0;
+                          return g_kovaExceptionMutex == 1 ? 0U : 1U;
+                      });
+                  siginfo_t first = sent_by(1, SIGQUIT);
+                  KOVA_SignalInfoRecordHandler(SIGQUIT, &first, nullptr);
+                  ::_exit(g_kovaExceptionMutex);
+              }));
     const std::string log = read_text(kLogPath);
     EXPECT_EQ(1U, count_of(log, "send Signal[1:SIGHUP]"));
     EXPECT_EQ(2U, count_of(log, kHeading));
@@ -164,33 +167,36 @@ TEST_F(Capture, AHookThatFailsFaultsOrLiesLeavesAUsableStack) {
              addresses[0] = addresses[5] = 7;
              *depth = 6;
              return 1U;
-         }, 1, 0x1234},
+         },
+         1, 0x1234},
         {"faults after writing",
          [](void*, std::uint32_t, std::uint32_t, std::uint64_t* addresses, std::uint32_t*) {
              addresses[0] = addresses[5] = 7;
              write_to_null();
              return 0U;
-         }, 1, 0x1234},
+         },
+         1, 0x1234},
         {"reports more than there is room for",
          [](void*, std::uint32_t max, std::uint32_t zero, std::uint64_t* addresses, std::uint32_t* depth) {
              std::fill_n(addresses, max, 9);
              *depth = 21 + zero;
              return 0U;
-         }, 20, 9},
+         },
+         20, 9},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
         EXPECT_EQ(0, in_child([&c] {
-            KOVA_ExceptInit();
-            // Enters the record handler again for a fault inside it.
-            install_host();
-            const PaintedStack stack(65536);
-            KOVA_RegExceptCallStackDumpHook(c.hook);
-            siginfo_t info = sent_by(1, SIGQUIT);
-            ucontext_t context = make_context({.x = {}, .sp = 0, .pc = 0x1234});
-            KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
-        }));
+                      KOVA_ExceptInit();
+                      // Enters the record handler again for a fault inside it.
+                      install_host();
+                      const PaintedStack stack(65536);
+                      KOVA_RegExceptCallStackDumpHook(c.hook);
+                      siginfo_t info = sent_by(1, SIGQUIT);
+                      ucontext_t context = make_context({.x = {}, .sp = 0, .pc = 0x1234});
+                      KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
+                  }));
         const auto records = stored_records();
         ASSERT_EQ(1U, records.size());
         EXPECT_EQ(c.depth, records[0].callStackDepth);
@@ -223,13 +229,13 @@ TEST_F(Capture, RegistersThatPointAtHostileMappingsAreLeftOutOrClipped) {
     registers.sp = last;
     registers.pc = reinterpret_cast<std::uint64_t>(mapped);
     EXPECT_EQ(0, in_child([&registers] {
-        KOVA_ExceptInit();
-        install_host();
-        const PaintedStack stack(65536);
-        siginfo_t info = sent_by(1, SIGQUIT);
-        ucontext_t context = make_context(registers);
-        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
-    }));
+                  KOVA_ExceptInit();
+                  install_host();
+                  const PaintedStack stack(65536);
+                  siginfo_t info = sent_by(1, SIGQUIT);
+                  ucontext_t context = make_context(registers);
+                  KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
+              }));
     const std::string log = read_text(kLogPath);
     EXPECT_EQ(0U, count_of(log, "Register X0["));
     EXPECT_EQ(1U, count_of(log, "Register X1["));
@@ -282,13 +288,15 @@ TEST_F(Capture, BrokenStacksAndWildJumpsStillLeaveReportAndRecord) {
              pthread_t thread;
              ::pthread_create(&thread, nullptr, crash_in_thread, &thread);
              ::pthread_join(thread, nullptr);
-         }, SIGSEGV},
+         },
+         SIGSEGV},
         {"a jump to no mapping", [] { reinterpret_cast<void (*)()>(0x5'0000'0000)(); }, SIGSEGV},
         {"a jump to a data page",
          [] {
              static std::uint8_t data[64];
              reinterpret_cast<void (*)()>(reinterpret_cast<std::uintptr_t>(data))();
-         }, SIGSEGV},
+         },
+         SIGSEGV},
         {"a smashed stack", [] { smash_the_stack(); }, 0},
     };
     for (const auto& c : cases) {
@@ -383,22 +391,22 @@ TEST_F(Capture, ThreadsThatFaultAtOnceLeaveOneRecordAndATraceLineEach) {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(Capture, AVforkChildThatDiesInItsHandlerLeavesTheParentAbleToCapture) {
     EXPECT_EQ(0, in_child([] {
-        KOVA_ExceptInit();
-        install_host();
-        const PaintedStack stack(65536);
-        KOVA_RegExceptCallStackDumpHook(
-            [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) -> std::uint32_t {
-                if (::getpid() != ::getppid() && g_abnormal_exit == 0) ::_exit(3);  // dies in mid-capture
-                return 1;
-            });
-        const pid_t child = ::vfork();
-        if (child == 0) write_to_null();
-        int status = 0;
-        if (::waitpid(child, &status, 0) != child || WEXITSTATUS(status) != 3) ::_exit(1);
-        g_abnormal_exit = 1;
-        siginfo_t info = sent_by(1, SIGQUIT);
-        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
-    }));
+                  KOVA_ExceptInit();
+                  install_host();
+                  const PaintedStack stack(65536);
+                  KOVA_RegExceptCallStackDumpHook(
+                      [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) -> std::uint32_t {
+                          if (::getpid() != ::getppid() && g_abnormal_exit == 0) ::_exit(3);  // dies in mid-capture
+                          return 1;
+                      });
+                  const pid_t child = ::vfork();
+                  if (child == 0) write_to_null();
+                  int status = 0;
+                  if (::waitpid(child, &status, 0) != child || WEXITSTATUS(status) != 3) ::_exit(1);
+                  g_abnormal_exit = 1;
+                  siginfo_t info = sent_by(1, SIGQUIT);
+                  KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
+              }));
     const auto records = stored_records();
     ASSERT_EQ(1U, records.size());
     EXPECT_EQ(SIGQUIT, records[0].signalNumber);
@@ -408,12 +416,13 @@ TEST_F(Capture, AVforkChildThatDiesInItsHandlerLeavesTheParentAbleToCapture) {
 TEST_F(Capture, ABoxThatCannotBeWrittenIsSaidInTheLog) {
     ASSERT_EQ(0, ::mkdir(kBoxPath, 0700));
     EXPECT_EQ(0, in_child([] {
-        KOVA_ExceptInit();
-        siginfo_t info = sent_by(1, SIGQUIT);
-        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
-    }));
+                  KOVA_ExceptInit();
+                  siginfo_t info = sent_by(1, SIGQUIT);
+                  KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
+              }));
     ::rmdir(kBoxPath);
-    expect_in_order(read_text(kLogPath), {std::string(kHeading), "KOVA Box Write unsuccessful.(ret=22)\n", kHeading.data()});
+    expect_in_order(read_text(kLogPath),
+                    {std::string(kHeading), "KOVA Box Write unsuccessful.(ret=22)\n", kHeading.data()});
 }
 
 }  // namespace

@@ -3,9 +3,9 @@
 // The unwinder and the symbol look-up read a stack and tables that may be garbage: each runs under a recovery point.
 //
 // Signal context: all of it.
+#include <execinfo.h>
 #include <algorithm>
 #include <cstring>
-#include <execinfo.h>
 
 #include "base/result.h"
 #include "base/shared_word.h"
@@ -28,7 +28,9 @@ void set_frames(KovaExceptInfo* record, const std::uint64_t* frames, std::uint32
     record->callStackDepth = count;
 }
 
-void keep_pc_only(KovaExceptInfo* record) { set_frames(record, &record->machineContext.registers.pc, 1); }
+void keep_pc_only(KovaExceptInfo* record) {
+    set_frames(record, &record->machineContext.registers.pc, 1);
+}
 
 void collect_with_backtrace(KovaExceptInfo* record) {
     void* frames[KOVA_CALL_STACK_MAX];
@@ -50,9 +52,8 @@ void collect_with_backtrace(KovaExceptInfo* record) {
 
 void collect_with_hook(KovaExceptInfo* record, KovaExceptCallStackHook hook, void* context) {
     std::uint32_t rc = kFailed;
-    const bool returned = run_recoverable([&] {
-        rc = hook(context, KOVA_CALL_STACK_MAX, 0, record->callStackAddress, &record->callStackDepth);
-    });
+    const bool returned = run_recoverable(
+        [&] { rc = hook(context, KOVA_CALL_STACK_MAX, 0, record->callStackAddress, &record->callStackDepth); });
     if (!returned || rc != kOk) {
         keep_pc_only(record);
         return;

@@ -2,10 +2,10 @@
 //
 // Not for signal context, but for KOVA_GetVersion and KOVA_IsProcessAbnormalExit.
 // Locks: g_kovaExceptNativeInitMutexLock, and within it g_exceptLogbufInitlock.
-#include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
 #include <execinfo.h>
+#include <cstdlib>
+#include <cstring>
 
 #include "base/log_message.h"
 #include "base/result.h"

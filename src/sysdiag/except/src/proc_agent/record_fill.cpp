@@ -1,9 +1,9 @@
 // Fills the exception record from what the kernel told the handler.
 //
 // Signal context: all of it.
-#include <cstring>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <cstring>
 
 #include "base/result.h"
 #include "except/src/proc_agent/registers.h"

@@ -1,14 +1,14 @@
 // The record handler: the road of a fatal signal from the host's handler to the log and the black box.
 //
 // What is known is written before anything that may fault: the trace line first, then the marker and the ids of the
-// record. Steps that may fault run under recovery points, steps that may wait have a bound, and no failed step keeps the
-// later ones from running.
+// record. Steps that may fault run under recovery points, steps that may wait have a bound, and no failed step keeps
+// the later ones from running.
 //
 // Signal context: all of it. Record, text buffer and register-memory buffer belong to the thread that holds the claim.
-#include <cstring>
-#include <ctime>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <cstring>
+#include <ctime>
 
 #include "base/result.h"
 #include "base/shared_word.h"
@@ -16,7 +16,7 @@
 #include "except/src/proc_agent/box_ring.h"
 #include "except/src/proc_agent/capture_claim.h"
 #include "except/src/proc_agent/capture_map.h"
-#include "except/src/proc_agent/exception_log.h"
+#include "except/src/proc_agent/exception_log_file.h"
 #include "except/src/proc_agent/recovery.h"
 #include "kova/calendar_time.h"
 #include "kova/exception_capture.h"
@@ -125,9 +125,7 @@ void KOVA_SigTermHandler(KovaExceptInfo* record, uint32_t (*callStack)(KovaExcep
     static_cast<void>(callStack(record, context));
     std::uint32_t length = 0;
     static_cast<void>(KOVA_PrintCallStackInfo(record, text, &length));
-    if (length == 0) return;
-    static_cast<void>(write_to_log(std::string_view(text, length)));
-    static_cast<void>(write_to_log("\n"));
+    write_section_to_log(std::string_view(text, length));
 }
 
 uint32_t KOVA_WriteSigTrace2Log(int32_t senderPid, int32_t signal, const char* where) {
@@ -143,7 +141,8 @@ uint32_t KOVA_WriteSigTrace2Log(int32_t senderPid, int32_t signal, const char* w
     static_cast<void>(KOVA_GetProcName(static_cast<std::uint32_t>(self), own_name, sizeof own_name));
     char line[kTraceLineSize];
     const int length = snprintf_truncated_s(
-        line, sizeof line, "[%04d-%02d-%02d %02d:%02d:%02d][%s][KOVA][ERROR] Proc[%d:%s] send Signal[%d:%s] to Proc[%d:%s].\n",
+        line, sizeof line,
+        "[%04d-%02d-%02d %02d:%02d:%02d][%s][KOVA][ERROR] Proc[%d:%s] send Signal[%d:%s] to Proc[%d:%s].\n",
         now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec,
         where != nullptr ? where : "", senderPid, sender_name, signal, signal_name, self, own_name);
     if (length < 0) return static_cast<Code>(length);

@@ -14,9 +14,9 @@ void copy_registers(const ucontext_t& context, KovaRegisterBlock* registers) {
         int x;
         int source;
     } kGeneral[] = {
-        {0, REG_RDI},  {1, REG_RSI},  {2, REG_RDX},  {3, REG_RCX},  {4, REG_R8},   {5, REG_R9},   {6, REG_RAX},
-        {7, REG_R10},  {8, REG_R11},  {19, REG_RBX}, {20, REG_R12}, {21, REG_R13}, {22, REG_R14}, {23, REG_R15},
-        {29, REG_RBP},
+        {0, REG_RDI},  {1, REG_RSI},  {2, REG_RDX},  {3, REG_RCX},  {4, REG_R8},
+        {5, REG_R9},   {6, REG_RAX},  {7, REG_R10},  {8, REG_R11},  {19, REG_RBX},
+        {20, REG_R12}, {21, REG_R13}, {22, REG_R14}, {23, REG_R15}, {29, REG_RBP},
     };
     *registers = KovaRegisterBlock{};
     registers->faultAddress = reg(REG_CR2);

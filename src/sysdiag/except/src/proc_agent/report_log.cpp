@@ -4,12 +4,12 @@
 // A piece that cannot be written is lost; the next ones are still tried.
 //
 // Signal context: all of it.
-#include <cstring>
 #include <unistd.h>
+#include <cstring>
 
 #include "base/result.h"
 #include "base/shared_word.h"
-#include "except/src/proc_agent/exception_log.h"
+#include "except/src/proc_agent/exception_log_file.h"
 #include "kova/exception_log.h"
 #include "kova/exception_report.h"
 #include "kova_platform/bounded_string.h"
@@ -41,15 +41,8 @@ Code write_process_line() {
     // A name that cannot be read is printed empty.
     static_cast<void>(KOVA_GetProcName(static_cast<std::uint32_t>(pid), name, sizeof name));
     char line[kLineSize];
-    return write_formatted(line, snprintf_truncated_s(line, sizeof line,
-                                                      "Exception Info(ProcessName=%s,ProcessID=%d)\n", name, pid));
-}
-
-// One piece and the line end after it; nothing when the piece is empty. What fails to be written is lost.
-void write_section(const char* text, std::uint32_t length) {
-    if (length == 0) return;
-    static_cast<void>(write_to_log(std::string_view(text, length)));
-    static_cast<void>(write_to_log("\n"));
+    return write_formatted(
+        line, snprintf_truncated_s(line, sizeof line, "Exception Info(ProcessName=%s,ProcessID=%d)\n", name, pid));
 }
 
 // Bytes of the record around one register.
@@ -68,7 +61,7 @@ void write_record_section(const RecordSection& section, char* text) {
     KOVA_DumpMemParamSet(&range, section.value, section.label, section.start, section.length);
     std::uint32_t length = 0;
     static_cast<void>(KOVA_PrintRegMemInfo(&range, section.bytes, section.size, text, &length));
-    write_section(text, length);
+    write_section_to_log(std::string_view(text, length));
 }
 
 void write_stack_section(const KovaExceptInfo& record, const KovaSpDumpRange* live, char* text) {
@@ -77,7 +70,7 @@ void write_stack_section(const KovaExceptInfo& record, const KovaSpDumpRange* li
     KOVA_DumpMemParamSet(&range, record.machineContext.registers.sp, "SP", record.spDumpStart, record.spDumpLength);
     std::uint32_t length = 0;
     static_cast<void>(KOVA_PrintRegSpInfo(live, &range, text, &length));
-    write_section(text, length);
+    write_section_to_log(std::string_view(text, length));
 }
 
 }  // namespace
@@ -97,7 +90,7 @@ uint32_t KOVA_PrintfExceptBaseInfo2log(const KovaExceptInfo* record, char* text)
     static_cast<void>(KOVA_PrintfExceptBaseInfo(record, text, &length));
     static_cast<void>(KOVA_PrintRegInfo(&record->machineContext.registers, text, &length));
     static_cast<void>(KOVA_PrintCallStackInfo(record, text, &length));
-    write_section(text, length);
+    write_section_to_log(std::string_view(text, length));
     return kOk;
 }
 
@@ -111,10 +104,12 @@ void KOVA_PrintExceptInfo2log(const KovaExceptInfo* record, uint32_t mapSize, co
 
     const KovaRegisterBlock& registers = record->machineContext.registers;
     write_stack_section(*record, range, text);
-    write_record_section({"PC", registers.pc, record->pcDumpStart, record->pcDumpLength, record->pcDump,
-                          sizeof record->pcDump}, text);
-    write_record_section({"FP", registers.x[29], record->fpDumpStart, record->fpDumpLength, record->fpDump,
-                          sizeof record->fpDump}, text);
-    write_record_section({"LR", registers.x[30], record->lrDumpStart, record->lrDumpLength, record->lrDump,
-                          sizeof record->lrDump}, text);
+    write_record_section(
+        {"PC", registers.pc, record->pcDumpStart, record->pcDumpLength, record->pcDump, sizeof record->pcDump}, text);
+    write_record_section(
+        {"FP", registers.x[29], record->fpDumpStart, record->fpDumpLength, record->fpDump, sizeof record->fpDump},
+        text);
+    write_record_section(
+        {"LR", registers.x[30], record->lrDumpStart, record->lrDumpLength, record->lrDump, sizeof record->lrDump},
+        text);
 }
