@@ -20,12 +20,12 @@ OpenStep SharedFile::open_locked(const Steps& steps) {
     take_process_lock();
     OpenStep failed = OpenStep::kLock;
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
-        fd_ = steps.open != nullptr ? steps.open() : open_regular_file(kind_.path, kind_.flags, kind_.mode);
+        fd_ = steps.open != nullptr ? steps.open(steps.context) : open_regular_file(kind_.path, kind_.flags, kind_.mode);
         if (!fd_.is_open()) {
             failed = OpenStep::kOpen;
             break;
         }
-        if (steps.prepare != nullptr && steps.prepare(fd_.get()) != 0) {
+        if (steps.prepare != nullptr && steps.prepare(fd_.get(), steps.context) != 0) {
             failed = OpenStep::kPrepare;
             break;
         }
