@@ -1,0 +1,21 @@
+// Changing the rings of the black box.
+//
+// A ring is a node head (capacity, next slot, count, checksum) and its record slots. The head is written after the
+// record: a process killed between the two leaves a filled slot that is not counted, and the next append reuses it. In
+// a full box that slot is the oldest record's, which is then the new one or, after a write cut short, a mixture of
+// both.
+//
+// Signal context: safe; nothing allocates.
+#pragma once
+
+#include <cstdint>
+
+#include "base/result.h"
+
+namespace kova {
+
+// KOVA_BoxWrite and KOVA_BoxRefresh.
+[[nodiscard]] Code append_to_box(std::uint32_t box_id, const void* data, std::uint32_t length, std::uint32_t* slot);
+[[nodiscard]] Code rewrite_in_box(std::uint32_t box_id, const void* data, std::uint32_t length, std::uint32_t slot);
+
+}  // namespace kova
