@@ -1,0 +1,197 @@
+// From a fatal signal to the end of the process, with a capture in between.
+//
+// One thread captures: the one whose {pid, thread id} stands in g_owner. It alone ends the process. Other threads that
+// take a signal meanwhile leave their trace line and wait. The owner's own further signals come back here, nested: a
+// fault of the capture goes to the record handler, which has a recovery point to jump to; when it returns there was
+// none, and the capture is over.
+//
+// A child made with vfork dies in its parent's memory: an owner of another pid is nobody.
+//
+// Signal context: the handler and all it calls. On the way out errno is as it was.
+#include "host_signals.h"
+
+#include <sys/syscall.h>
+#include <ucontext.h>
+#include <unistd.h>
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+
+#include "kova/exception_capture.h"
+#include "kova/exception_log.h"
+#include "refused_call.h"
+#include "signal_effect.h"
+#include "stored_record.h"
+#include "watchdog.h"
+
+#include "base/signal_path.h"
+
+namespace kova::host {
+namespace {
+
+// The record handler's name in its own trace lines; the ones written here must not look different.
+constexpr char kTraceName[] = "[Native]KOVA_SignalInfoRecordHandler";
+
+// What an ending that stores the record may still take, e.g. waiting for the box's lock.
+constexpr std::int64_t kStoreLimitMs = 5'000;
+
+// After the handler has returned into its fault, the process is gone within microseconds. It lives on only when the
+// fault does not repeat (another thread has mapped the page); then a tick ends it.
+constexpr std::int64_t kRefaultLimitMs = 100;
+
+// Recovery may fault itself. Three entries on top of each other, with their signal frames, fit the alternate stack.
+constexpr int kNestedLimit = 3;
+
+// si_code of a SIGSYS that a seccomp filter raised.
+constexpr int kSeccomp = 1;
+
+enum class Phase { kCapturing, kEnding, kReturned };
+
+using ThreadKey = std::uint64_t;  // {pid, thread id}
+
+struct Capture {
+    int signal = 0;
+    siginfo_t info{};
+    std::atomic<Phase> phase{Phase::kCapturing};
+    std::uintptr_t nested_frame[kNestedLimit] = {};  // outermost first, so falling addresses
+    int nested_count = 0;
+};
+
+constinit std::atomic<ThreadKey> g_owner{0};
+// Of the owner alone.
+constinit Capture g_capture;
+// Set before the first handler is installed.
+constinit std::int64_t g_capture_limit_ms = 0;
+
+ThreadKey this_thread_key() {
+    const auto pid = static_cast<std::uint32_t>(::getpid());
+    const auto thread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+    return (static_cast<ThreadKey>(pid) << 32) | thread;
+}
+
+bool same_process(ThreadKey a, ThreadKey b) {
+    return (a >> 32) == (b >> 32);
+}
+
+sigset_t signals_that_interrupt_a_capture() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS, kWatchdogSignal}) sigaddset(&set, signal);
+    return set;
+}
+
+void ignore_file_size_signal() {
+    // The log may be at the limit for files: the write must fail, not kill the capture.
+    struct sigaction action {};
+    action.sa_handler = SIG_IGN;
+    static_cast<void>(::sigaction(SIGXFSZ, &action, nullptr));
+}
+
+// A trace line and nothing else. The record handler would write the same line, but when the first capture ends just
+// now it would begin a second one, which nobody waits for.
+void write_trace_line(int signal, const siginfo_t& info) {
+    // Lost when the log cannot be written, like every piece of a report.
+    static_cast<void>(KOVA_WriteSigTrace2Log(info.si_pid, signal, kTraceName));
+}
+
+// The way out for a capture that cannot go on: keep what is known, then die of the first signal.
+[[noreturn]] void end_capture() {
+    if (g_capture.phase.exchange(Phase::kEnding) == Phase::kCapturing) {
+        set_watchdog_limit(std::min(kStoreLimitMs, g_capture_limit_ms));
+        store_unfinished_record();
+    }
+    die_of(g_capture.signal, g_capture.info);
+}
+
+// False when too many entries are on top of each other already. Entries that the recovery jumped out of do not come
+// back to sign off; they are known by standing below the new one on the stack.
+bool enter_nested(std::uintptr_t frame) {
+    int& count = g_capture.nested_count;
+    while (count > 0 && g_capture.nested_frame[count - 1] <= frame) --count;
+    if (count == kNestedLimit) return false;
+    g_capture.nested_frame[count++] = frame;
+    return true;
+}
+
+void interrupt_capture(int signal, siginfo_t* info, void* context) {
+    if (signal == SIGSYS && info->si_code == kSeccomp) {
+        // No trace line: the calls that would write it are refused as well, and again, without an end.
+        refuse_call(static_cast<ucontext_t*>(context));
+        return;
+    }
+    if (!is_own_fault(signal, *info)) {
+        write_trace_line(signal, *info);
+        return;
+    }
+    const auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    if (g_capture.phase.load() == Phase::kCapturing && enter_nested(frame)) {
+        KOVA_SignalInfoRecordHandler(signal, info, context);
+    }
+    end_capture();
+}
+
+void capture(int signal, siginfo_t* info, void* context) {
+    g_capture.signal = signal;
+    g_capture.info = *info;
+    g_capture.phase.store(Phase::kCapturing);
+    g_capture.nested_count = 0;
+    ignore_file_size_signal();
+    start_watchdog(g_capture_limit_ms, end_capture);
+    unblock(signals_that_interrupt_a_capture());
+
+    KOVA_SignalInfoRecordHandler(signal, info, context);
+
+    if (!is_own_fault(signal, *info)) {
+        g_capture.phase.store(Phase::kEnding);
+        die_of(signal, *info);
+    }
+    g_capture.phase.store(Phase::kReturned);
+    set_watchdog_limit(kRefaultLimitMs);
+    sigdelset(&static_cast<ucontext_t*>(context)->uc_sigmask, kWatchdogSignal);
+    set_default_effect(signal);
+}
+
+[[noreturn]] void wait_for_the_end() {
+    for (;;) ::pause();
+}
+
+void on_signal(int signal, siginfo_t* info, void* context) {
+    const int saved_errno = errno;
+    const ThreadKey self = this_thread_key();
+    ThreadKey owner = g_owner.load();
+    while (!same_process(owner, self)) {
+        if (!g_owner.compare_exchange_weak(owner, self)) continue;
+        capture(signal, info, context);
+        errno = saved_errno;
+        return;
+    }
+    if (owner != self) {
+        write_trace_line(signal, *info);
+        wait_for_the_end();
+    }
+    interrupt_capture(signal, info, context);
+    errno = saved_errno;
+}
+
+void install_handler(int signal) {
+    struct sigaction current {};
+    if (::sigaction(signal, nullptr, &current) != 0) return;
+    if ((current.sa_flags & SA_SIGINFO) != 0 || current.sa_handler != SIG_DFL) return;
+    struct sigaction action {};
+    action.sa_sigaction = on_signal;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+    sigfillset(&action.sa_mask);
+    for (const int open : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS, kWatchdogSignal}) sigdelset(&action.sa_mask, open);
+    // Cannot fail: the signal and the action are valid ones.
+    static_cast<void>(::sigaction(signal, &action, nullptr));
+}
+
+}  // namespace
+
+void install_handlers(std::int64_t capture_limit_ms) {
+    g_capture_limit_ms = capture_limit_ms;
+    for (std::uint32_t i = 0; i < g_kovaSignalNum; ++i) install_handler(g_kovaSignalList[i]);
+}
+
+}  // namespace kova::host
