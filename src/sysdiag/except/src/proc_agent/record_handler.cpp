@@ -22,6 +22,7 @@
 #include "kova/exception_capture.h"
 #include "kova/exception_log.h"
 #include "kova/exception_report.h"
+#include "kova/memory_map.h"
 #include "kova_platform/bounded_string.h"
 #include "kova_platform/process_globals.h"
 
@@ -70,14 +71,14 @@ void record_fatal_signal(KovaExceptInfo* record, std::int32_t signal, const sigi
     start_record(record, signal, info);
     // Every step below does what it can; a failed one has its place in the report left empty.
     static_cast<void>(KOVA_WriteBaseInfoToLog(record));
+    begin_capture_map();
+    KOVA_DumpMapsFile();
+    KOVA_CopyRegisterInfo(&record->machineContext.registers, context);
+    const std::uint32_t map_size = capture_map_size();
     KovaSpDumpRange live_stack{};
-    {
-        const CaptureMap map;
-        KOVA_CopyRegisterInfo(&record->machineContext.registers, context);
-        const std::uint32_t map_size = map.size();
-        static_cast<void>(KOVA_FillExceptBaseInfo(record, signal, &info, map_size, &live_stack));
-        KOVA_PrintExceptInfo2log(record, map_size, &live_stack);
-    }
+    static_cast<void>(KOVA_FillExceptBaseInfo(record, signal, &info, map_size, &live_stack));
+    KOVA_PrintExceptInfo2log(record, map_size, &live_stack);
+    end_capture_map();
     static_cast<void>(KOVA_GetCallStack(record, context));
     store_record(*record);
     char* const text = load_acquire(g_kovaExceptLogbuf);
