@@ -6,11 +6,19 @@
 // Signal context: safe.
 #pragma once
 
+#include <cstddef>
+
 #include "kova_platform/bounded_string.h"
 
 namespace kova {
 
 inline constexpr int kSystemLogTextSize = 512;
+
+// What may be printed of a caller's buffer after a formatting function failed on it and left an empty text, if
+// anything.
+[[nodiscard]] constexpr const char* printable(const char* buffer, std::size_t size) {
+    return buffer != nullptr && size != 0 ? buffer : "";
+}
 
 // Sends a finished text.
 void send_to_system_log(const char* text);

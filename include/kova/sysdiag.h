@@ -1,0 +1,15 @@
+/*
+ * Everything that the native diagnosis agent exports.
+ */
+#ifndef KOVA_SYSDIAG_H
+#define KOVA_SYSDIAG_H
+
+#include "kova/black_box.h"
+#include "kova/exception_capture.h"
+#include "kova/exception_log.h"
+#include "kova/exception_record.h"
+#include "kova/exception_report.h"
+#include "kova/memory.h"
+#include "kova/process_info.h"
+
+#endif /* KOVA_SYSDIAG_H */
