@@ -5,6 +5,7 @@
 #define KOVA_SYSDIAG_H
 
 #include "kova/black_box.h"
+#include "kova/calendar_time.h"
 #include "kova/exception_capture.h"
 #include "kova/exception_log.h"
 #include "kova/exception_record.h"
