@@ -6,6 +6,7 @@
 
 #include "kova/black_box.h"
 #include "kova/calendar_time.h"
+#include "kova/debug_log.h"
 #include "kova/exception_capture.h"
 #include "kova/exception_log.h"
 #include "kova/exception_record.h"
