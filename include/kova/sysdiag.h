@@ -14,5 +14,6 @@
 #include "kova/memory.h"
 #include "kova/node_identity.h"
 #include "kova/process_info.h"
+#include "kova/shell_command.h"
 
 #endif /* KOVA_SYSDIAG_H */
