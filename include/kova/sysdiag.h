@@ -15,5 +15,6 @@
 #include "kova/node_identity.h"
 #include "kova/process_info.h"
 #include "kova/shell_command.h"
+#include "kova/symbol.h"
 
 #endif /* KOVA_SYSDIAG_H */
