@@ -54,7 +54,7 @@ typedef struct KovaExceptInfo {
     char senderProcessName[50];
     uint8_t reserved242[14];
     KovaMachineContext machineContext;
-    uint64_t spDumpStart; /* address of the first byte; 0 when there is none */
+    uint64_t spDumpStart;  /* address of the first byte; 0 when there is none */
     uint32_t spDumpLength; /* bytes copied; 0 when there are none */
     uint32_t reserved4652;
     uint64_t word4656; /* not set */

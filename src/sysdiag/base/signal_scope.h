@@ -32,7 +32,8 @@ struct WaitBudget {
 inline constexpr std::int64_t kLogWaitMs = 5'000;
 inline constexpr std::int64_t kBoxWaitMs = 15'000;
 
-// One entry of the record handler: keeps errno, counts the nesting, and refills the wait budgets on the outermost entry.
+// One entry of the record handler: keeps errno, counts the nesting, and refills the wait budgets on the outermost
+// entry.
 class SignalScope {
   public:
     SignalScope();
@@ -50,7 +51,8 @@ class SignalScope {
 // True between entry and return of the record handler on this thread.
 [[nodiscard]] bool in_signal_scope();
 
-// How many entries are open on this thread, and the way back to that number for one that jumps out of the entries above.
+// How many entries are open on this thread, and the way back to that number for one that jumps out of the entries
+// above.
 [[nodiscard]] int signal_scope_depth();
 void set_signal_scope_depth(int depth);
 

@@ -1,8 +1,9 @@
 // Steps of a capture that may fault themselves, and where the capture goes on when they do.
 //
-// After a wild jump or on a smashed stack backtrace() faults; a symbol look-up or a registered hook may; so does a plain
-// copy where the kernel refuses to copy for us. Such a step runs under a recovery point. When the record handler is
-// entered again on the same thread for a synchronous fault, it jumps back here: the step has failed, the rest goes on.
+// After a wild jump or on a smashed stack backtrace() faults; a symbol look-up or a registered hook may; so does a
+// plain copy where the kernel refuses to copy for us. Such a step runs under a recovery point. When the record handler
+// is entered again on the same thread for a synchronous fault, it jumps back here: the step has failed, the rest goes
+// on.
 //
 // Signal context: all of it. The point is thread-local; it is armed only inside the record handler.
 #pragma once
