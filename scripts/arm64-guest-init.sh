@@ -44,7 +44,7 @@ if [ -n "$(ls -A /export)" ]; then
         usleep 100000
         tries=$((tries + 1))
     done
-    if tar -C /export -cf /dev/vda . && sync; then
+    if [ -b /dev/vda ] && tar -C /export -cf /dev/vda . && sync; then
         marker "@@kova-export"
     else
         marker "/export could not be written to the disk"

@@ -84,7 +84,7 @@ make_initramfs() {
     done
     # In the order in which they need each other.
     local number=0
-    for name in virtio virtio_ring virtio_mmio virtio_blk; do
+    for name in virtio_ring virtio virtio_mmio virtio_blk; do
         file=$(find "$packages/lib/modules" -name "$name.ko")
         [[ $file ]] || continue  # built in
         cp "$file" "$tree/modules/$((number++))-$name.ko"
@@ -131,8 +131,7 @@ boot() {
     }
 }
 
-need_packages cmake ninja-build g++-aarch64-linux-gnu googletest libcli11-dev nlohmann-json3-dev libfmt-dev \
-    python3 qemu-system-arm cpio gzip dpkg
+need_packages cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libfmt-dev python3 "${arm64_packages[@]}"
 fetch_packages
 if ((build)); then
     say "arm64: building"
@@ -153,7 +152,7 @@ read -r passed failed skipped <"$work/counts"
 if grep -q '^@@kova-export' "$work/console.log"; then
     mkdir -p "$work/export"
     tar -C "$work/export" -xf "$work/disk.img"
-    say "arm64: files of the machine are in build/arm64-kernel/export: $(ls "$work/export" | tr '\n' ' ')"
+    say "arm64: files of the machine are in build/arm64-kernel/export"
 fi
 if ((failed || status)); then
     status=1

@@ -9,6 +9,9 @@
 
 kova_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
+# What the cross build and the emulated machine need beyond a native build.
+arm64_packages=(g++-aarch64-linux-gnu qemu-system-arm cpio gzip dpkg)
+
 say() { printf '[%4ds] %s\n' "$SECONDS" "$*"; }
 
 fail() {
@@ -69,7 +72,7 @@ run_logged() {
     wait "$pid" || status=$?
     if ((status)); then
         say "failed with $status: $* (whole output: $log)"
-        tail -n 40 "$log"
+        tail -n 150 "$log"
     fi
     return "$status"
 }

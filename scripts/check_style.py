@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""Holds changed files against .clang-format and .clang-tidy.
+
+A changed header is checked through a source that includes it. Needs build/dev, built: its compile commands and its
+record of who includes what. Exit status: 0 clean, 1 something was found (it is printed), 2 it could not be checked.
+"""
+
+import argparse
+import json
+import os
+import subprocess
+import sys
+import time
+from concurrent.futures import ThreadPoolExecutor, as_completed
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+BUILD = os.path.join(ROOT, "build", "dev")
+SOURCES, HEADERS = (".c", ".cpp"), (".h",)
+# Commits that land together are made within hours of each other, and a fresh clone does not tell what was there before.
+LANDING_S = 6 * 3600
+
+
+def lines_of(*command):
+    return subprocess.run(command, cwd=ROOT, check=True, capture_output=True, text=True).stdout.splitlines()
+
+
+def base_revision():
+    """What the changes are compared with: the branch point from main; on main itself, what was there before the latest
+    commits landed; nothing (the empty tree) when that is all there is."""
+    head = lines_of("git", "rev-parse", "HEAD")[0]
+    for main in ("main", "origin/main"):
+        found = subprocess.run(["git", "merge-base", "HEAD", main], cwd=ROOT, capture_output=True, text=True)
+        if found.returncode == 0 and found.stdout.strip() != head:
+            return found.stdout.strip()
+    made_s = int(lines_of("git", "show", "-s", "--format=%ct", "HEAD")[0])
+    older = lines_of("git", "rev-list", "-n", "1", f"--before={made_s - LANDING_S}", "HEAD")
+    return older[0] if older else lines_of("git", "hash-object", "-t", "tree", "/dev/null")[0]
+
+
+def files_to_check(arguments):
+    if arguments.all:
+        names = lines_of("git", "ls-files")
+    else:
+        names = lines_of("git", "diff", "--name-only", "--diff-filter=d", arguments.since or base_revision())
+    names += lines_of("git", "ls-files", "--others", "--exclude-standard")
+    names = sorted({name for name in names if name.endswith(SOURCES + HEADERS)})
+    return [name for name in names if os.path.exists(os.path.join(ROOT, name))]
+
+
+def includers():
+    """Header to the sources that include it, both relative to the top folder, as the last build saw it."""
+    found = {}
+    members = []
+    for line in lines_of("ninja", "-C", BUILD, "-t", "deps") + [""]:
+        if line.startswith("    "):
+            path = os.path.normpath(os.path.join(BUILD, line.strip()))
+            if path.startswith(ROOT + os.sep):
+                members.append(os.path.relpath(path, ROOT))
+        elif members:
+            for header in members[1:]:
+                found.setdefault(header, []).append(members[0])
+            members = []
+    return found
+
+
+def sources_to_analyse(names):
+    with open(os.path.join(BUILD, "compile_commands.json"), encoding="utf-8") as file:
+        known = {os.path.relpath(os.path.join(entry["directory"], entry["file"]), ROOT) for entry in json.load(file)}
+    chosen = {name for name in names if name in known}
+    by_header = includers()
+    for header in (name for name in names if name.endswith(HEADERS)):
+        sources = [source for source in by_header.get(header, []) if source in known]
+        if sources and not chosen.intersection(sources):
+            chosen.add(min(sources, key=len))
+    return sorted(chosen)
+
+
+def analyse(source):
+    run = subprocess.run(["clang-tidy", "-p", BUILD, "--quiet", source], cwd=ROOT, capture_output=True, text=True)
+    return source, run.returncode, run.stdout + (run.stderr if not run.stdout else "")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--all", action="store_true", help="every file, not only changed ones")
+    parser.add_argument("--since", metavar="REVISION", help="files changed since then (default: since main)")
+    arguments = parser.parse_args()
+    if not os.path.exists(os.path.join(BUILD, "compile_commands.json")):
+        print("build/dev is not there: build it first with `cmake --preset dev && cmake --build build/dev`")
+        return 2
+
+    names = files_to_check(arguments)
+    found = False
+    for name in names:
+        if subprocess.run(["clang-format", "--dry-run", "-Werror", name], cwd=ROOT, stderr=subprocess.DEVNULL).returncode:
+            found = True
+            print(f"{name}: its layout is not clang-format's: clang-format -i {name}")
+    sources = sources_to_analyse(names)
+    print(f"{len(names)} files for clang-format, {len(sources)} for clang-tidy", flush=True)
+    reported_s = time.monotonic()
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        done = [pool.submit(analyse, source) for source in sources]
+        for number, future in enumerate(as_completed(done), 1):
+            source, status, output = future.result()
+            if status:
+                found = True
+                print(f"{source}:\n{output}", flush=True)
+            if time.monotonic() - reported_s > 10:
+                reported_s = time.monotonic()
+                print(f"clang-tidy: {number} of {len(sources)} files", flush=True)
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
