@@ -1,0 +1,118 @@
+// Copying the memory map into the exception log, and reading it there; see capture_map.h.
+//
+// Signal context: all of it.
+#include "except/src/proc_agent/capture_map.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <atomic>
+#include <cerrno>
+#include <limits>
+
+#include "base/checked.h"
+#include "base/signal_scope.h"
+#include "except/src/proc_agent/exception_log_file.h"
+#include "except/src/proc_agent/map_file.h"
+#include "kova/memory_map.h"
+
+#include "base/signal_path.h"
+
+namespace kova {
+namespace {
+
+struct MapCopy {
+    int fd = -1;  // none that can be used
+    off_t first = 0;
+    std::uint32_t length = 0;
+};
+
+// Whose capture it is; 0 for nobody. A child made with vfork leaves its own mark here, with its own pid in it.
+constinit std::atomic<ThreadKey> g_capturing_thread{0};
+
+// Touched by the capturing thread alone.
+constinit MapCopy g_copy;
+
+bool is_capturing() {
+    return g_capturing_thread.load(std::memory_order_relaxed) == this_thread_key();
+}
+
+void close_copy() {
+    if (g_copy.fd < 0) return;
+    const ScopedProcessLock no_other_thread(kExceptionLog.lock);
+    const UniqueFd closing(g_copy.fd);
+    g_copy = MapCopy{};
+}
+
+// Bytes copied up to the end of the map; -1 when it was not reached.
+off_t copy_all(int map, int log) {
+    char piece[256];
+    off_t copied = 0;
+    for (;;) {
+        const ssize_t got = read_once(map, piece, sizeof piece);
+        if (got == 0) return copied;
+        if (got < 0) return -1;
+        if (write_once(log, piece, static_cast<std::size_t>(got)) < got) return -1;
+        copied += got;
+    }
+}
+
+// The log holds the copy at its end if nobody has written to it behind the lock's back.
+bool is_at_end(int log, off_t first, off_t copied) {
+    struct stat status {};
+    return ::fstat(log, &status) == 0 && S_ISREG(status.st_mode) && status.st_size - first == copied;
+}
+
+void keep_copy(int log, off_t first, off_t copied) {
+    if (first < 0 || copied < 0 || copied > std::numeric_limits<std::int32_t>::max()) return;
+    if (g_copy.fd >= 0 || !is_at_end(log, first, copied)) return;
+    g_copy = MapCopy{.fd = ::fcntl(log, F_DUPFD_CLOEXEC, STDERR_FILENO + 1),
+                     .first = first,
+                     .length = narrow<std::uint32_t>(copied)};
+}
+
+}  // namespace
+
+void begin_capture_map() {
+    const ThreadKey self = this_thread_key();
+    const ThreadKey before = g_capturing_thread.load(std::memory_order_relaxed);
+    // Of another process it is only a number: that process had the descriptor.
+    if (before != 0 && key_pid(before) != key_pid(self)) g_copy = MapCopy{};
+    close_copy();
+    g_capturing_thread.store(self, std::memory_order_relaxed);
+}
+
+void end_capture_map() {
+    if (!is_capturing()) return;
+    close_copy();
+    g_capturing_thread.store(0, std::memory_order_relaxed);
+}
+
+std::uint32_t capture_map_size() {
+    return is_capturing() && g_copy.fd >= 0 ? g_copy.length : KovaGetProcMapsSize();
+}
+
+MapSource::MapSource() : text_(-1) {
+    if (is_capturing() && g_copy.fd >= 0) {
+        text_ = MapText(g_copy.fd, g_copy.first, g_copy.length);
+        is_open_ = true;
+        return;
+    }
+    file_ = open_map_file();
+    text_ = MapText(file_.get());
+    is_open_ = file_.is_open();
+}
+
+}  // namespace kova
+
+void KOVA_DumpMapsFile(void) {
+    if (kova::log_budget_is_spent()) return;
+    const kova::UniqueFd map = kova::open_map_file();
+    if (!map.is_open()) return;
+    kova::SharedFile log(kova::kExceptionLog);
+    if (log.open_locked() != kova::OpenStep::kDone) return;
+    const off_t first = ::lseek(log.fd(), 0, SEEK_END);
+    const off_t copied = kova::copy_all(map.get(), log.fd());
+    // The second descriptor outlives the first, whose closing drops the record lock as it should.
+    if (kova::is_capturing()) kova::keep_copy(log.fd(), first, copied);
+}

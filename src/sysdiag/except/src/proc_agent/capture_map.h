@@ -1,0 +1,46 @@
+// The memory map during a capture.
+//
+// The capture copies the map file into the exception log anyway. From then on its searches read that copy, a plain
+// file, instead of having the kernel format the map again for each step; and they all see the same map. The copy counts
+// as the map file of this capture and its length as the map's size.
+//
+// The copy's descriptor stays open between the copying and the end of the capture. Only the capturing thread uses it;
+// functions that another thread calls meanwhile read the map file.
+//
+// Signal context: all of it.
+#pragma once
+
+#include <cstdint>
+
+#include "base/unique_fd.h"
+#include "except/src/proc_agent/map_search.h"
+
+namespace kova {
+
+// The calling thread's capture begins: the copy that KOVA_DumpMapsFile makes next is kept. For the thread that holds
+// the capture flag. What an earlier capture left behind is dropped.
+void begin_capture_map();
+
+// Closes the copy, with the log's lock between threads held: closing any descriptor of a file drops the process's
+// record lock on it, which another thread may just hold.
+void end_capture_map();
+
+// Length of the copy; where there is none that can be used, the map file is measured.
+[[nodiscard]] std::uint32_t capture_map_size();
+
+// The text that searches of the calling thread read: its capture's copy, else the map file, opened for this search.
+class MapSource {
+  public:
+    MapSource();
+
+    // False when the map file could not be opened, with errno.
+    [[nodiscard]] bool is_open() const { return is_open_; }
+    [[nodiscard]] MapText& text() { return text_; }
+
+  private:
+    UniqueFd file_;
+    bool is_open_ = false;
+    MapText text_;
+};
+
+}  // namespace kova

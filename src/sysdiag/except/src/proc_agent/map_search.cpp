@@ -1,0 +1,127 @@
+// Searching a memory map by halving steps over byte positions; see map_search.h.
+//
+// Whatever the text holds, a search ends: the step is halved down to nothing, and a probe reads no further than two
+// line ends, or the end of the text.
+//
+// Signal context: all of it.
+#include "except/src/proc_agent/map_search.h"
+
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "base/checked.h"
+#include "base/unique_fd.h"
+#include "except/src/proc_agent/map_line.h"
+
+#include "base/signal_path.h"
+
+namespace kova {
+namespace {
+
+constexpr std::int32_t kLineTooLong = -ENOMEM;
+constexpr std::int32_t kProbeFailed = -1;
+constexpr std::size_t kPieceSize = 255;
+
+// Gathers up to the next line feed or the end. `piece` is scratch.
+std::int32_t gather_line(MapText& text, LineBuffer line, std::span<char> piece) {
+    if (line.empty()) return kLineTooLong;
+    const std::size_t limit = line.size() - 1;  // a line of this length is too long already
+    std::size_t length = 0;
+    line[0] = '\0';
+    for (;;) {
+        const ssize_t count = text.read(piece);
+        if (count < 0) return kProbeFailed;
+        if (count == 0) return narrow<std::int32_t>(length);
+        const std::string_view got(piece.data(), static_cast<std::size_t>(count));
+        const std::size_t line_feed = got.find('\n');
+        const std::size_t part = std::min(line_feed, got.size());
+        if (part >= limit - length) return kLineTooLong;
+        std::memcpy(&line[length], got.data(), part);
+        length += part;
+        line[length] = '\0';
+        if (line_feed != got.npos) return narrow<std::int32_t>(length);
+    }
+}
+
+// Moves to the first line that begins at `position` or later: behind the first line feed from position - 1 on.
+std::int32_t seek_to_line(MapText& text, std::uint32_t position, std::span<char> piece) {
+    if (position == 0) return text.seek(0);
+    std::uint64_t at = position - 1;
+    if (const int rc = text.seek(at); rc != 0) return rc;
+    for (;;) {
+        const ssize_t count = text.read(piece);
+        if (count <= 0) return kProbeFailed;
+        const std::string_view got(piece.data(), static_cast<std::size_t>(count));
+        if (const std::size_t line_feed = got.find('\n'); line_feed != got.npos) return text.seek(at + line_feed + 1);
+        at += got.size();
+    }
+}
+
+}  // namespace
+
+int MapText::seek(std::uint64_t position) {
+    position_ = position;
+    return ::lseek(fd_, first_ + static_cast<off_t>(position), SEEK_SET) < 0 ? -errno : 0;
+}
+
+ssize_t MapText::read(std::span<char> out) {
+    std::size_t wanted = out.size();
+    if (is_clipped_) wanted = std::min<std::uint64_t>(wanted, length_ - std::min(position_, length_));
+    if (wanted == 0) return 0;
+    const ssize_t count = read_once(fd_, out.data(), wanted);
+    if (count > 0) position_ += static_cast<std::size_t>(count);
+    return count;
+}
+
+std::int32_t read_line(MapText& text, LineBuffer line) {
+    char piece[kPieceSize];
+    return gather_line(text, line, piece);
+}
+
+std::int32_t read_map_record(MapText& text, std::uint32_t position, KovaMapRecord& record, LineBuffer line) {
+    char piece[kPieceSize];
+    if (const std::int32_t rc = seek_to_line(text, position, piece); rc != 0) return rc;
+    if (const std::int32_t rc = gather_line(text, line, piece); rc < 0) return rc;
+    AddressRange range;
+    if (!parse_map_line(line.data(), &range, record.permissions)) return kProbeFailed;
+    record.start = range.start;
+    record.end = range.end;
+    return 0;
+}
+
+std::int32_t find_mapping(MapText& text, std::uint64_t address, KovaMapRecord& record, LineBuffer line) {
+    std::int64_t position = 0;
+    for (std::int32_t step = record.mapSize; step >= 1;) {
+        if (const std::int32_t rc = read_map_record(text, narrow<std::uint32_t>(position), record, line); rc != 0) {
+            return rc;
+        }
+        // The address just past the mapping ends the search too; it is for the caller to refuse it.
+        if (record.start <= address && address <= record.end) return 1;
+        step /= 2;
+        position += record.start > address ? -step : step;
+        if (position < 0) return 0;
+    }
+    return 0;
+}
+
+}  // namespace kova
+
+int32_t KOVA_ReadLineFromFd(int32_t fd, char* buffer, uint32_t size) {
+    if (buffer == nullptr) return kova::kProbeFailed;
+    kova::MapText text(fd);
+    return kova::read_line(text, {buffer, size});
+}
+
+int32_t KOVA_GetOneMapRecord(int32_t fd, uint32_t position, KovaMapRecord* record, char* line, uint32_t lineSize) {
+    if (record == nullptr || line == nullptr) return kova::kProbeFailed;
+    kova::MapText text(fd);
+    return kova::read_map_record(text, position, *record, {line, lineSize});
+}
+
+int32_t KOVA_CheckAddrIsValid(int32_t fd, uint64_t address, KovaMapRecord* record, char* line, uint32_t lineSize) {
+    if (record == nullptr || line == nullptr) return kova::kProbeFailed;
+    kova::MapText text(fd);
+    return kova::find_mapping(text, address, *record, {line, lineSize});
+}
