@@ -20,9 +20,6 @@
 
 KOVA_BEGIN_DECLS
 
-/* Size of the text buffer that the printing functions append to. */
-#define KOVA_EXCEPT_TEXT_SIZE 10240
-
 /**
  * Writes the two lines that a report starts with: the exception time, then the name and id of this process.
  *
@@ -32,8 +29,8 @@ KOVA_BEGIN_DECLS
 KOVA_API uint32_t KOVA_WriteBaseInfoToLog(const KovaExceptInfo *record);
 
 /**
- * Fills the record: marker, signal, ids, names, and the memory around sp, pc, x30 and x29, whose registers must stand in
- * the record already. A name or a range that cannot be read stays empty.
+ * Fills the record: marker, signal, ids, names, and the memory around sp, pc, x30 and x29, whose registers must stand
+ * in the record already. A name or a range that cannot be read stays empty.
  *
  * @param info    What the kernel told the handler.
  * @param mapSize Size of the process's map file in bytes.
@@ -87,8 +84,8 @@ KOVA_API uint32_t KOVA_PrintCallStackInfo(const KovaExceptInfo *record, char *te
 KOVA_API uint32_t KOVA_PrintfExceptBaseInfo2log(const KovaExceptInfo *record, char *text);
 
 /**
- * Writes the full report of a record to the log: header, registers and call stack, then the memory around x0 to x28 with
- * the heap blocks found there, then around sp, pc, x29 and x30. Without the capture's text buffer it does nothing.
+ * Writes the full report of a record to the log: header, registers and call stack, then the memory around x0 to x28
+ * with the heap blocks found there, then around sp, pc, x29 and x30. Without the capture's text buffer it does nothing.
  *
  * @param mapSize Size of the process's map file in bytes.
  * @param range   The live stack to print for sp, from KOVA_FillExceptBaseInfo.

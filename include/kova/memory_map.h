@@ -5,11 +5,12 @@
  * read after all (a page beyond the end of its file, a mapping gone in the meantime) is a failed dump, not a fault.
  *
  * The map file is "/proc/PID/maps_merge" where the platform has it, else "/proc/PID/maps"; the choice is made at each
- * opening. An address is looked for by halving steps over byte positions, so a search reads a dozen lines; it may miss a
- * mapping near the end of the file, and a map line of 255 characters or more ends it.
+ * opening. An address is looked for by halving steps over byte positions, so a search reads a dozen lines; it may miss
+ * a mapping near the end of the file, and a map line of 255 characters or more ends it.
  *
  * Printing functions append to a text buffer of 10240 bytes at the length given and advance it; what does not fit is
- * cut, so a text holds 10239 characters at most. A section is a header line and the memory as 32-bit words, four a line.
+ * cut, so a text holds 10239 characters at most. A section is a header line and the memory as 32-bit words, four a
+ * line.
  *
  * All functions are safe in signal context. Those that say "capture's buffers" use g_kovaExceptLogbuf (its first 256
  * bytes hold map lines) and g_mapsFileName: outside the record handler, one thread at a time.
@@ -24,6 +25,10 @@
 #include "kova/export.h"
 
 KOVA_BEGIN_DECLS
+
+/* Sizes of the capture's buffers: the text that printing functions append to, and the range around a register. */
+#define KOVA_EXCEPT_TEXT_SIZE 10240
+#define KOVA_REG_MEMORY_SIZE 1792
 
 /* One line of the map file. */
 typedef struct KovaMapRecord {
@@ -161,8 +166,8 @@ KOVA_API uint32_t KOVA_CheckAddrIsInHeapAndPrintText(uint64_t candidate, uint64_
                                                      char *text);
 
 /**
- * Looks at the 64-bit value at every fourth byte of dumped memory and writes a heap section for each heap pointer, until
- * this process has printed 32.
+ * Looks at the 64-bit value at every fourth byte of dumped memory and writes a heap section for each heap pointer,
+ * until this process has printed 32.
  *
  * @param length Bytes at `bytes`. Below 8 there is nothing to look at.
  * @param text   Scratch, 10240 bytes, or NULL.

@@ -122,12 +122,6 @@ TEST_F(Capture, AHeapLockHeldByAnotherThreadDoesNotMatter) {
     expect_one_whole_capture();
 }
 
-[[gnu::noinline]] int recurse_for_ever(int depth) {
-    volatile char frame[4096];
-    frame[0] = static_cast<char>(depth);
-    return recurse_for_ever(depth + 1) + frame[0];
-}
-
 TEST_F(Capture, AStackOverflowIsCapturedOnAnAlternateStackOf16KiB) {
     constexpr std::size_t kStackBytes = 16 * 1024;
     static std::size_t* const deepest = static_cast<std::size_t*>(
@@ -142,7 +136,7 @@ TEST_F(Capture, AStackOverflowIsCapturedOnAnAlternateStackOf16KiB) {
         });
         const PaintedStack stack(kStackBytes);
         g_stack = &stack;
-        recurse_for_ever(0);
+        overflow_the_stack();
     });
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;
     expect_one_whole_capture();

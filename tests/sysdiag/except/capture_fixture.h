@@ -34,10 +34,12 @@ inline constexpr unsigned kChildLimitSeconds = 60;
 // The least that a host does: record, then let the signal have its effect.
 inline void host_handler(int signal, siginfo_t* info, void* context) {
     static volatile sig_atomic_t depth = 0;
-    depth = depth + 1;
+    const int own_depth = depth + 1;
+    depth = own_depth;
     KOVA_SignalInfoRecordHandler(signal, info, context);
-    if (depth > 1) ::_exit(kUnrecovered);
-    depth = depth - 1;
+    // An entry for a fault inside the capture comes back only when nothing could be recovered.
+    if (own_depth > 1) ::_exit(kUnrecovered);
+    depth = 0;
     ::signal(signal, SIG_DFL);
     if (info->si_code <= 0) ::raise(signal);
 }
@@ -76,6 +78,20 @@ class PaintedStack {
     std::uint8_t* base_;
     std::size_t size_;
 };
+
+// Ends in a fault at the end of the stack.
+[[gnu::noinline]] inline int recurse_for_ever(volatile int* depth) {
+    volatile char frame[4096];
+    frame[0] = static_cast<char>(*depth);
+    *depth = *depth + 1;
+    if (*depth < 0) return 0;
+    return recurse_for_ever(depth) + frame[0];
+}
+
+[[gnu::noinline]] inline void overflow_the_stack() {
+    volatile int depth = 0;
+    recurse_for_ever(&depth);
+}
 
 // Runs `body` in a child and answers its wait status. A child that hangs dies of SIGALRM.
 inline int in_child(const std::function<void()>& body) {

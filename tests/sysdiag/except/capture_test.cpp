@@ -1,5 +1,7 @@
 // The road of a fatal signal, seen from outside: what real and made-up signals leave in the log and in the black box.
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <atomic>
@@ -256,15 +258,9 @@ TEST_F(Capture, RegistersThatPointAtHostileMappingsAreLeftOutOrClipped) {
     ::unlink(path);
 }
 
-[[gnu::noinline]] int recurse_for_ever(int depth) {
-    volatile char frame[4096];
-    frame[0] = static_cast<char>(depth);
-    return recurse_for_ever(depth + 1) + frame[0];
-}
-
 void* crash_in_thread(void* stack_overflow) {
     const PaintedStack stack(65536);
-    if (stack_overflow != nullptr) recurse_for_ever(0);
+    if (stack_overflow != nullptr) overflow_the_stack();
     write_to_null();
     return nullptr;
 }
@@ -282,11 +278,12 @@ TEST_F(Capture, BrokenStacksAndWildJumpsStillLeaveReportAndRecord) {
         void (*crash)();
         int signal;
     } cases[] = {
-        {"stack overflow in the main thread", [] { recurse_for_ever(0); }, SIGSEGV},
+        {"stack overflow in the main thread", [] { overflow_the_stack(); }, SIGSEGV},
         {"stack overflow in a thread",
          [] {
              pthread_t thread;
-             ::pthread_create(&thread, nullptr, crash_in_thread, &thread);
+             static int overflow;
+             ::pthread_create(&thread, nullptr, crash_in_thread, &overflow);
              ::pthread_join(thread, nullptr);
          },
          SIGSEGV},
@@ -309,7 +306,9 @@ TEST_F(Capture, BrokenStacksAndWildJumpsStillLeaveReportAndRecord) {
             c.crash();
         });
         ASSERT_TRUE(WIFSIGNALED(status)) << status;
-        if (c.signal != 0) EXPECT_EQ(c.signal, WTERMSIG(status));
+        if (c.signal != 0) {
+            EXPECT_EQ(c.signal, WTERMSIG(status));
+        }
         const auto records = stored_records();
         ASSERT_EQ(1U, records.size());
         EXPECT_GE(records[0].callStackDepth, 1U);

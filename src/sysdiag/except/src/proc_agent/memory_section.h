@@ -8,11 +8,12 @@
 #include <span>
 
 #include "base/text_buffer.h"
+#include "kova/memory_map.h"
 
 namespace kova {
 
 // Size of the text buffer that sections are printed into; a longer section is cut.
-inline constexpr std::uint32_t kTextSize = 10240;
+inline constexpr std::uint32_t kTextSize = KOVA_EXCEPT_TEXT_SIZE;
 
 void append_register_header(TextBuffer& text, const char* label, std::uint64_t value, std::uint64_t start,
                             std::uint64_t end);

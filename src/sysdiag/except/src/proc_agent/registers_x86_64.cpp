@@ -4,6 +4,8 @@
 // Signal context: all of it.
 #include "except/src/proc_agent/registers.h"
 
+#include <cstdint>
+
 #include "base/signal_path.h"
 
 namespace kova {
