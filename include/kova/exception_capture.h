@@ -82,7 +82,7 @@ KOVA_API uint32_t KOVA_GetVersionInit(void);
  * @param version     Out, versionSize bytes.
  * @return Sum of the results of the two bounded copies, 0 when both texts fitted.
  *
- * Threads: any. Signals: safe.
+ * Threads: any, after set-up. Signals: not safe.
  */
 KOVA_API uint32_t KOVA_GetVersion(char *name, uint32_t nameSize, char *version, uint32_t versionSize);
 

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "base/log_message.h"
+#include "base/node_text.h"
 #include "base/result.h"
 #include "kova_platform/bounded_string.h"
 #include "kova_platform/node.h"
@@ -24,10 +25,6 @@ bool is_set(uint32_t answer) {
 // Slot numbers are unique within the node only where chassis are not stacked, or stacked as boxes.
 bool slot_needs_chassis() {
     return is_set(KovaStackIsEnable()) && !is_set(KovaIsBoxStack());
-}
-
-std::size_t usable_size(int32_t size) {
-    return static_cast<std::size_t>(std::max(size, 0));
 }
 
 // NULL when the slot text does not begin with the number of a fabric slot.
@@ -78,10 +75,6 @@ uint32_t KOVA_SelfCpuidAndSlotInit(void) {
     return rc;
 }
 
-int32_t KOVA_GetSlotIdStr(char* buffer, int32_t size) {
-    return sprintf_s(buffer, kova::usable_size(size), "%s", g_kovaSelfSlotid);
-}
-
 int32_t KOVA_GetSlotIdStrWithSFU(char* buffer, int32_t size) {
     if (const char* name = kova::fabric_name(); name != nullptr) return strcpy_s(buffer, kova::usable_size(size), name);
     const int32_t written = sprintf_s(buffer, kova::usable_size(size), "%s", g_kovaSelfSlotid);
@@ -90,8 +83,4 @@ int32_t KOVA_GetSlotIdStrWithSFU(char* buffer, int32_t size) {
                       written);
     }
     return written;
-}
-
-int32_t KOVA_GetCpuIdStr(char* buffer, int32_t size) {
-    return sprintf_s(buffer, kova::usable_size(size), "%u", g_kovaSelfCpuid);
 }

@@ -1,6 +1,6 @@
 // Set-up of the exception capture: everything that a fatal signal needs and must not make itself.
 //
-// Not for signal context, but for KOVA_GetVersion and KOVA_IsProcessAbnormalExit.
+// Signal context: nothing here.
 // Locks: g_kovaExceptNativeInitMutexLock, and within it g_exceptLogbufInitlock.
 #include <dlfcn.h>
 #include <execinfo.h>
@@ -251,11 +251,6 @@ void KOVA_InitProcAbnormalExitHook(void) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdGeneral), "Kova dlsym QAV_IsProcessAbnormalExit unsuccessful, reason(%s).",
                       reason);
     }
-}
-
-uint32_t KOVA_IsProcessAbnormalExit(void) {
-    const KovaAbnormalExitQuery query = load_acquire(g_kovaIsProcessAbnormalExit);
-    return query != nullptr ? query() : 0;
 }
 
 uint32_t KOVA_RegExceptCallStackDumpHook(KovaExceptCallStackHook hook) {

@@ -32,10 +32,7 @@ namespace kova {
 namespace {
 
 constexpr std::uint32_t kExceptionBox = 0;
-constexpr std::size_t kTraceLineSize = 256;
 constexpr std::size_t kBoxErrorLineSize = 126;
-constexpr std::size_t kSignalNameSize = 16;
-constexpr std::size_t kProcessNameSize = 32;
 
 void copy_platform_text(char (&to)[KOVA_PLATFORM_TEXT_SIZE], const char (&from)[KOVA_PLATFORM_TEXT_SIZE]) {
     // A text that does not fit, because somebody overwrote its terminator, stays empty.
@@ -113,39 +110,4 @@ void KOVA_SignalInfoRecordHandler(int32_t signal, siginfo_t* info, void* context
         record_fatal_signal(record, signal, *info, context);
     }
     release_capture();
-}
-
-void KOVA_SigTermHandler(KovaExceptInfo* record, uint32_t (*callStack)(KovaExceptInfo* record, void* context),
-                         void* context) {
-    const KovaAbnormalExitQuery is_abnormal = load_acquire(g_kovaIsProcessAbnormalExit);
-    if (is_abnormal == nullptr || (is_abnormal() & 1) == 0) return;
-    char* const text = load_acquire(g_kovaExceptLogbuf);
-    if (text == nullptr || record == nullptr || callStack == nullptr) return;
-    KOVA_CopyRegisterInfo(&record->machineContext.registers, context);
-    // Its failure leaves a stack of no frames, which is printed as such.
-    static_cast<void>(callStack(record, context));
-    std::uint32_t length = 0;
-    static_cast<void>(KOVA_PrintCallStackInfo(record, text, &length));
-    write_section_to_log(std::string_view(text, length));
-}
-
-uint32_t KOVA_WriteSigTrace2Log(int32_t senderPid, int32_t signal, const char* where) {
-    const pid_t self = ::getpid();
-    tm now{};
-    static_cast<void>(KovaGetGMTTimeNoLocks(&now));  // answers the seconds that it converted
-    char signal_name[kSignalNameSize] = "";
-    char sender_name[kProcessNameSize] = "";
-    char own_name[kProcessNameSize] = "";
-    // A name that cannot be found stays empty.
-    static_cast<void>(KOVA_GetSignalName(signal, signal_name));
-    static_cast<void>(KOVA_GetProcName(static_cast<std::uint32_t>(senderPid), sender_name, sizeof sender_name));
-    static_cast<void>(KOVA_GetProcName(static_cast<std::uint32_t>(self), own_name, sizeof own_name));
-    char line[kTraceLineSize];
-    const int length = snprintf_truncated_s(
-        line, sizeof line,
-        "[%04d-%02d-%02d %02d:%02d:%02d][%s][KOVA][ERROR] Proc[%d:%s] send Signal[%d:%s] to Proc[%d:%s].\n",
-        now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec,
-        where != nullptr ? where : "", senderPid, sender_name, signal, signal_name, self, own_name);
-    if (length < 0) return static_cast<Code>(length);
-    return write_to_log(std::string_view(line, static_cast<std::size_t>(length)));
 }
