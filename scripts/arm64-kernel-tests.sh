@@ -15,7 +15,8 @@ to install missing Debian packages.
   --limit SECONDS   how long the machine may run in all (default 900)
 
 Everything stays under build/arm64-kernel: packages (a cache), console.log (what the machine printed), counts (cases
-passed, failed and skipped), and export/, the files that the tests left in the machine's folder /export.
+passed, failed and skipped), and export/, the files that were left in the machine's folder /export: a black box with one
+record, and what tests put there.
 
 Exit status: 0 all passed, 1 something failed or the machine did not finish.
 END
@@ -139,7 +140,10 @@ if ((build)); then
     run_logged "$work/build.log" cmake --build build/arm64
 fi
 ctest --test-dir build/arm64 --show-only=json-v1 >"$work/tests.json"
-python3 scripts/test_results.py guest-script "$work/tests.json" >"$work/tests.sh"
+{
+    printf 'build=%q\n' "$kova_root/build/arm64"
+    python3 scripts/test_results.py guest-script "$work/tests.json"
+} >"$work/tests.sh"
 make_initramfs
 
 say "arm64: running on the emulated machine"

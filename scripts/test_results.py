@@ -117,7 +117,8 @@ def count_console(log_file, tests_file):
         if found and found.group(2) == "skipped":
             count.skipped += 1
         elif found:
-            add(count, name, found.group(1), found.group(2) == "0")
+            status = found.group(2)
+            add(count, name if status == "0" else f"{name} (status {status})", found.group(1), status == "0")
         elif f"{BEGIN} {name}\n" in log:
             count.fail(f"{name}: the machine stopped in it")
         else:
