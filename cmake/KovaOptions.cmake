@@ -6,6 +6,10 @@ set(KOVA_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= take
 
 add_library(kova_warnings INTERFACE)
 target_compile_options(kova_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+if(KOVA_SANITIZE)
+    # Instrumentation hides from the compiler what is initialised, in the C++ library's headers too.
+    target_compile_options(kova_warnings INTERFACE -Wno-maybe-uninitialized)
+endif()
 
 add_library(kova_runtimeless INTERFACE)
 target_compile_options(kova_runtimeless INTERFACE
