@@ -1,0 +1,10 @@
+// kovactl box: lists, shows and verifies the black box.
+#pragma once
+
+#include "command.h"
+
+namespace kova::kovactl {
+
+void add_box_commands(CLI::App& app, const CommonOptions& options, Action& action);
+
+}  // namespace kova::kovactl

@@ -1,0 +1,57 @@
+// kovactl: what a support engineer looks at a node with.
+#include <cstdio>
+#include <exception>
+
+#include <fmt/core.h>
+#include <CLI/CLI.hpp>
+
+#include "box_commands.h"
+#include "command.h"
+
+namespace kova::kovactl {
+namespace {
+
+constexpr AddCommands kFamilies[] = {
+    add_box_commands,
+};
+
+constexpr char kFooter[] =
+    "Exit status: 0 done, and what was looked at is sound; 1 damaged, or there is no such record;\n"
+    "2 it cannot be read, or the command line is wrong. Results go to standard output, trouble to standard error.";
+
+int run(int argc, char** argv) {
+    CommonOptions options;
+    Action action;
+    CLI::App app("Looks at what the diagnosis agent recorded on this node.", "kovactl");
+    app.footer(kFooter);
+    app.fallthrough();  // options may stand before or after a subcommand
+    app.add_flag("--json", options.json, "Print JSON");
+    for (const AddCommands add : kFamilies) add(app, options, action);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kExitOk : kExitTrouble;
+    }
+    if (!action) {
+        fmt::print("{}", app.help());
+        return kExitOk;
+    }
+    const int status = action();
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        complain("cannot write to standard output");
+        return kExitTrouble;
+    }
+    return status;
+}
+
+}  // namespace
+}  // namespace kova::kovactl
+
+int main(int argc, char** argv) {
+    try {
+        return kova::kovactl::run(argc, argv);
+    } catch (const std::exception& error) {
+        kova::kovactl::complain(error.what());
+        return kova::kovactl::kExitTrouble;
+    }
+}

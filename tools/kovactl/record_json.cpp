@@ -1,0 +1,76 @@
+// Exception records as JSON for programs; see record_json.h.
+#include "record_json.h"
+
+#include <string>
+
+#include <fmt/format.h>
+
+#include "record_text.h"
+
+namespace kova::kovactl {
+namespace {
+
+std::string hex(std::uint64_t value) {
+    return fmt::format("0x{:016x}", value);
+}
+
+Json registers_json(const KovaRegisterBlock& registers) {
+    Json json;
+    json["fault_address"] = hex(registers.faultAddress);
+    for (std::size_t i = 0; i < std::size(registers.x); ++i) json[fmt::format("x{}", i)] = hex(registers.x[i]);
+    json["sp"] = hex(registers.sp);
+    json["pc"] = hex(registers.pc);
+    json["pstate"] = hex(registers.pstate);
+    return json;
+}
+
+Json call_stack_json(const KovaExceptInfo& record) {
+    Json frames = Json::array();
+    for (std::uint32_t i = 0; i < call_stack_depth(record); ++i) {
+        frames.push_back(
+            {{"address", hex(record.callStackAddress[i])}, {"symbol", escape_text(record.callStackSymbol[i])}});
+    }
+    return frames;
+}
+
+Json dumps_json(const KovaExceptInfo& record) {
+    Json dumps;
+    const char* const names[kDumpCount] = {"sp", "pc", "lr", "fp"};
+    for (std::uint32_t i = 0; i < kDumpCount; ++i) {
+        const MemoryDump dump = memory_dump(record, i);
+        dumps[names[i]] = {{"start", hex(dump.start)}, {"bytes", fmt::format("{:02x}", fmt::join(dump.bytes, ""))}};
+    }
+    return dumps;
+}
+
+}  // namespace
+
+Json summary_json(const KovaExceptInfo& record) {
+    Json json;
+    if (const auto time = format_time(record.time, 'T')) {
+        json["time"] = *time + "Z";
+    } else {
+        json["time"] = nullptr;
+    }
+    json["signal"] = {
+        {"number", record.signalNumber}, {"name", escape_text(record.signalName)}, {"code", record.signalCode}};
+    json["process"] = {{"id", record.processId}, {"name", escape_text(record.processName)}};
+    json["thread"] = record.threadId;
+    if (has_sender(record)) {
+        json["sender"] = {{"id", record.senderProcessId}, {"name", escape_text(record.senderProcessName)}};
+    } else {
+        json["sender"] = nullptr;
+    }
+    return json;
+}
+
+Json record_json(const KovaExceptInfo& record) {
+    Json json = summary_json(record);
+    json["platform"] = {{"name", escape_text(record.platformName)}, {"version", escape_text(record.platformVersion)}};
+    json["registers"] = registers_json(record.machineContext.registers);
+    json["call_stack"] = call_stack_json(record);
+    json["dumps"] = dumps_json(record);
+    return json;
+}
+
+}  // namespace kova::kovactl
