@@ -1,0 +1,180 @@
+// A program that dies in the way that is asked for. It is linked with nothing of ours.
+//
+//     crash_helper MODE [NUMBER]
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "crash_helper_modes.h"
+
+namespace {
+
+// Reads and writes through these cannot be optimised away.
+volatile int g_zero = 0;
+volatile int g_sink = 0;
+
+void fault(int number) {
+    if (number == SIGSEGV) {
+        *reinterpret_cast<volatile int*>(static_cast<unsigned long>(g_zero)) = 1;
+    } else if (number == SIGBUS) {
+        char name[] = "/dev/shm/crash_helperXXXXXX";
+        const int fd = ::mkstemp(name);
+        ::unlink(name);
+        void* const past_the_end = ::mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0);
+        g_sink = *static_cast<volatile int*>(past_the_end);
+    }
+#if defined(__x86_64__)
+    if (number == SIGFPE) g_sink = g_sink / g_zero;
+    if (number == SIGILL) asm volatile("ud2");
+#elif defined(__aarch64__)
+    if (number == SIGFPE) ::raise(number);  // integer division does not trap
+    if (number == SIGILL) asm volatile(".inst 0");
+#endif
+}
+
+// An address that no address space has: the kernel does not tell which, and answers SI_KERNEL.
+void fault_at_impossible_address(int) {
+    g_sink = *reinterpret_cast<volatile int*>(0x8000'0000'0000'0000UL);
+}
+
+int overflow(int frames) {
+    volatile char frame[4096];
+    frame[0] = static_cast<char>(frames);
+    return frames > 0 ? overflow(frames - 1) + frame[0] : 0;
+}
+
+void overflow_stack(int) {
+    g_sink = overflow(1'000'000);
+}
+
+void overflow_thread_stack(int) {
+    std::thread([] { overflow_stack(0); }).join();
+}
+
+void fault_in_two_threads(int) {
+    pthread_barrier_t barrier;
+    pthread_barrier_init(&barrier, nullptr, 2);
+    const auto crash = [&barrier] {
+        pthread_barrier_wait(&barrier);
+        fault(SIGSEGV);
+    };
+    std::thread first(crash);
+    std::thread second(crash);
+    first.join();
+    second.join();
+}
+
+void raise_signal(int number) {
+    ::raise(number);
+}
+
+void send_to_process(int number) {
+    ::kill(::getpid(), number);
+}
+
+void queue_to_process(int number) {
+    ::sigqueue(::getpid(), number, sigval{.sival_int = 7});
+}
+
+void wait_for_signal(int) {
+    ::write(STDOUT_FILENO, "r", 1);
+    for (;;) ::pause();
+}
+
+void own_handler(int number) {
+    ::signal(number, [](int) { ::_exit(77); });
+    ::raise(number);
+}
+
+void blocked(int number) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, number);
+    ::sigprocmask(SIG_BLOCK, &set, nullptr);
+    ::raise(number);
+}
+
+// The child's end becomes our exit code, and our own end depends on nothing that it left behind.
+void crash_of_a_child(int number) {
+    const pid_t child = ::fork();
+    if (child == 0) fault(number);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    std::_Exit(status & 0x7F);
+}
+
+void crash_after_vfork_child(int number) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    const pid_t child = ::vfork();
+#pragma GCC diagnostic pop
+    if (child == 0) {
+        ::raise(SIGABRT);
+        ::_exit(1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) fault(number);
+}
+
+// Exit code 0: limits are raised, and as many mappings as before are left of many threads.
+void setup_is_sane(int) {
+    for (const auto resource : {RLIMIT_NOFILE, RLIMIT_FSIZE}) {
+        rlimit limit{};
+        ::getrlimit(resource, &limit);
+        if (limit.rlim_cur != limit.rlim_max) std::_Exit(10);
+    }
+    const auto count_maps = [] {
+        std::FILE* const file = std::fopen("/proc/self/maps", "r");
+        int lines = 0;
+        for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) lines += c == '\n' ? 1 : 0;
+        std::fclose(file);
+        return lines;
+    };
+    std::thread([] {}).join();
+    const int before = count_maps();
+    for (int i = 0; i < 200; ++i) std::thread([] {}).join();
+    std::_Exit(count_maps() > before + 20 ? 11 : 0);
+}
+
+const struct {
+    const char* name;
+    void (*run)(int);
+} kModes[] = {
+    {"fault", fault},
+    {"fault-impossible-address", fault_at_impossible_address},
+    {"overflow", overflow_stack},
+    {"overflow-thread", overflow_thread_stack},
+    {"two-threads", fault_in_two_threads},
+    {"raise", raise_signal},
+    {"kill", send_to_process},
+    {"queue", queue_to_process},
+    {"abort", [](int) { std::abort(); }},
+    {"exit", [](int number) { std::exit(number); }},
+    {"wait", wait_for_signal},
+    {"own-handler", own_handler},
+    {"blocked", blocked},
+    {"child", crash_of_a_child},
+    {"vfork", crash_after_vfork_child},
+    {"sandbox", die_in_a_sandbox},
+    {"vanishing-fault", fault_that_does_not_repeat},
+    {"setup", setup_is_sane},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int number = argc > 2 ? std::atoi(argv[2]) : 0;
+    for (const auto& mode : kModes) {
+        if (argc > 1 && std::strcmp(mode.name, argv[1]) == 0) mode.run(number);
+    }
+    return 3;  // still alive
+}
