@@ -1,0 +1,80 @@
+// kovactl run; see run_command.h.
+#include "run_command.h"
+
+#include <unistd.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include <fmt/core.h>
+
+namespace kova::kovactl {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kHostLibrary[] = "libkova_host.so";
+
+template <typename... Arguments>
+int fail(int exit_code, fmt::format_string<Arguments...> text, Arguments&&... arguments) {
+    fmt::print(stderr, "kovactl run: {}\n", fmt::format(text, std::forward<Arguments>(arguments)...));
+    return exit_code;
+}
+
+// Build tree and install tree look alike: programs in bin/, libraries in lib/.
+fs::path host_library(std::error_code& error) {
+    const fs::path own = fs::read_symlink("/proc/self/exe", error);
+    if (error) return {};
+    return fs::canonical(own.parent_path() / ".." / "lib" / kHostLibrary, error);
+}
+
+// The loader splits the list at both, and knows no way to quote them.
+bool can_be_preloaded(const fs::path& library) {
+    return library.string().find_first_of(": ") == std::string::npos;
+}
+
+void preload(const fs::path& library) {
+    std::string list = library.string();
+    if (const char* const others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0') {
+        list.append(":").append(others);
+    }
+    ::setenv("LD_PRELOAD", list.c_str(), 1);
+}
+
+int execute(std::vector<std::string> command) {
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (std::string& word : command) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    ::execvp(arguments[0], arguments.data());
+    const int reason = errno;
+    if (reason == ENOENT) {
+        return fail(kExitNotFound, "program '{}' not found{}", command[0],
+                    command[0].find('/') == std::string::npos ? " in PATH" : "");
+    }
+    return fail(kExitCannotRun, "program '{}' cannot be run: {}", command[0], std::strerror(reason));
+}
+
+}  // namespace
+
+int run_command(const RunOptions& options) {
+    if (options.command.empty()) return fail(kExitNotFound, "no program given; usage: kovactl run -- PROGRAM ARGS...");
+    std::error_code error;
+    const fs::path library = host_library(error);
+    if (error) {
+        return fail(kExitNoHost, "{} not found in the folder ../lib beside kovactl: {}; build or install it",
+                    kHostLibrary, error.message());
+    }
+    if (!can_be_preloaded(library)) {
+        return fail(kExitNoHost, "'{}' cannot be preloaded: no folder on the way may have a space or colon in its name",
+                    library.string());
+    }
+    preload(library);
+    if (options.timeout_seconds) ::setenv("KOVA_HOST_TIMEOUT", std::to_string(*options.timeout_seconds).c_str(), 1);
+    return execute(options.command);
+}
+
+}  // namespace kova::kovactl
