@@ -125,7 +125,7 @@ KOVA_API uint32_t KOVA_BoxRefresh(uint32_t boxId, const void *data, uint32_t len
  * Reads records of one box, newest first.
  *
  * @param skip    Newest records to pass over. At or beyond the number stored, 0 records are delivered.
- * @param count   In: records wanted, 1 or more. Out: records delivered.
+ * @param count   In: records wanted, 1 or more. Out: records delivered; of no meaning after a failure.
  * @param records Out: one buffer, records back to back, 9968 bytes each in box 0, 1904 in box 1. Set when records were
  *                to be delivered, to NULL when there was no memory for them; start with NULL. Yours: release whatever
  *                is not NULL, whatever *count says, with KovaBaseFree and the handle g_kovaAgentMemHandle.
@@ -141,7 +141,7 @@ KOVA_API uint32_t KOVA_BoxRead(uint32_t boxId, uint32_t skip, uint32_t *count, v
  * the oldest record.
  *
  * @param first     First slot. Beyond the number stored, 0 records are delivered; equal to it, the call fails.
- * @param count     In: records wanted. Out: records delivered.
+ * @param count     In: records wanted. Out: records delivered; of no meaning after a failure.
  * @param records   Out: as for KOVA_BoxRead. Yours: release it with KovaBaseFree and the handle memHandle.
  * @param memHandle Memory partition to allocate from.
  * @return 0, or 1 on any failure.

@@ -5,7 +5,7 @@
  * a lock, while exception capture is set up; the getters only read them, from any thread, afterwards. The slot text is
  * the slot number ("5"), on a stack of several chassis with the chassis number in front ("2/5").
  *
- * Signals: none of these functions is safe.
+ * Signals: KOVA_GetSlotIdStr and KOVA_GetCpuIdStr are safe, the others are not (they log).
  */
 #ifndef KOVA_NODE_IDENTITY_H
 #define KOVA_NODE_IDENTITY_H

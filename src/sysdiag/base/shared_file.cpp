@@ -12,14 +12,14 @@
 namespace kova {
 namespace {
 
-constexpr int kOpenAttempts = 3;
+constexpr int kRestarts = 3;
 
 }  // namespace
 
 OpenStep SharedFile::open_locked(const Steps& steps) {
     take_process_lock();
     OpenStep failed = OpenStep::kLock;
-    for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
+    for (int restarts = 0; restarts <= kRestarts; ++restarts) {
         fd_ = steps.open != nullptr ? steps.open(steps.context) : open_regular_file(kind_.path, kind_.flags, kind_.mode);
         if (!fd_.is_open()) {
             failed = OpenStep::kOpen;

@@ -6,8 +6,11 @@
 // Signal context: safe.
 #pragma once
 
+#include <syslog.h>
+#include <cerrno>
 #include <cstddef>
 
+#include "base/signal_scope.h"
 #include "kova_platform/bounded_string.h"
 
 namespace kova {
@@ -20,19 +23,26 @@ inline constexpr int kSystemLogTextSize = 512;
     return buffer != nullptr && size != 0 ? buffer : "";
 }
 
-// Sends a finished text.
+// A finished text.
 void send_to_system_log(const char* text);
 
-// Formats with the bounded functions, cuts at 511 characters, and sends. Leaves errno as it is.
+// A text with arguments. Outside the record handler syslog() expands it, whatever its length; inside it is cut at 511
+// characters.
+// Leaves errno as it is.
 template <typename... Arguments>
 [[gnu::noinline]] void report_to_system_log(const char* format, Arguments... arguments) {
-    char text[kSystemLogTextSize];
+    const int saved_errno = errno;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
-    if (snprintf_truncated_s(text, sizeof text, format, arguments...) < 0) return;
+    if (!in_signal_scope()) {
+        ::syslog(LOG_ERR, format, arguments...);
+    } else {
+        char text[kSystemLogTextSize];
+        if (snprintf_truncated_s(text, sizeof text, format, arguments...) >= 0) send_to_system_log(text);
+    }
 #pragma GCC diagnostic pop
-    send_to_system_log(text);
+    errno = saved_errno;
 }
 
 }  // namespace kova
