@@ -93,11 +93,11 @@ inline LogRecorder& log_recorder() {
 
 }  // namespace kova::test
 
-// Weak, so that several files of one program may include this; `used`, so that they exist without a call here.
+// Inline, so that several files of one program may include this; `used`, so that they exist without a call here.
 extern "C" {
 
-__attribute__((weak, used)) uint32_t KovaDLogWrite(uint32_t level, uint32_t messageId, const char* moduleTag,
-                                                   const char* format, ...) {
+__attribute__((used)) inline uint32_t KovaDLogWrite(uint32_t level, uint32_t messageId, const char* moduleTag,
+                                                    const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
     kova::test::log_recorder().add(level, messageId, moduleTag, format, arguments);
@@ -105,7 +105,7 @@ __attribute__((weak, used)) uint32_t KovaDLogWrite(uint32_t level, uint32_t mess
     return kova::test::log_recorder().writer_result;
 }
 
-__attribute__((weak, used)) void syslog(int priority, const char* format, ...) {
+__attribute__((used)) inline void syslog(int priority, const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
     kova::test::log_recorder().add(static_cast<std::uint32_t>(priority), 0, "syslog", format, arguments);

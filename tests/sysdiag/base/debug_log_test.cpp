@@ -117,6 +117,7 @@ TEST_F(DebugLog, LinesOfSeveralThreadsDoNotMix) {
     constexpr int kLines = 100;
     const std::string filling(6'000, 'x');
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&filling, t] {
             for (int i = 0; i < kLines; ++i) KovaDebugLog(KOVA_DEBUG_INFO, "%s|%d.%d|", filling.c_str(), t, i);

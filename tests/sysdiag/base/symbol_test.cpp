@@ -112,20 +112,19 @@ TEST_F(Symbol, NamesPatchedCode) {
         std::uint64_t address;
         std::uint32_t library_check, program_check;
         std::map<std::uint64_t, const char*> library_names, program_names;
-        std::uint32_t lookup_result;
+        std::uint32_t lookup_result, text_result;
         const char* looked_up;
-        std::uint32_t text_result;
         const char* text;
     } cases[] = {
-        {"of a library", kNowhere, 1, 1, {{kNowhere, "lib"}}, {{kNowhere, "main"}}, 0, "lib", 0, "lib"},
-        {"of the program", kNowhere, 0, 1, {{kNowhere, "lib"}}, {{kNowhere, "main"}}, 0, "main", 0, "main"},
-        {"only 1 is a yes", kNowhere, 2, 3, {{kNowhere, "lib"}}, {{kNowhere, "main"}}, 127, "old", 1, "old"},
-        {"nameless", kNowhere, 1, 1, {}, {{kNowhere, "main"}}, 127, nullptr, 1, "old"},
-        {"a number", kNowhere, 1, 0, {{kNowhere, "f0x1"}, {kNowhere - 4, "f"}}, {}, 0, "f", 0, "f"},
-        {"a number twice", kNowhere, 0, 1, {}, {{kNowhere, "0x1"}, {kNowhere - 4, "0x2"}}, 0, "0x2", 0, "0x2"},
-        {"a number without a name before", kNowhere, 1, 0, {{kNowhere, "0x1"}}, {}, 0, nullptr, 0, "0x1"},
-        {"a number at 4", 4, 1, 0, {{4, "0x1"}, {0, "f"}}, {}, 0, "f", 0, "f"},
-        {"a number below 4", 3, 1, 0, {{3, "0x1"}, {UINT64_MAX, "f"}}, {}, 0, "0x1", 0, "0x1"},
+        {"of a library", kNowhere, 1, 1, {{kNowhere, "lib"}}, {{kNowhere, "main"}}, 0, 0, "lib", "lib"},
+        {"of the program", kNowhere, 0, 1, {{kNowhere, "lib"}}, {{kNowhere, "main"}}, 0, 0, "main", "main"},
+        {"only 1 is a yes", kNowhere, 2, 3, {{kNowhere, "lib"}}, {{kNowhere, "main"}}, 127, 1, "old", "old"},
+        {"nameless", kNowhere, 1, 1, {}, {{kNowhere, "main"}}, 127, 1, nullptr, "old"},
+        {"a number", kNowhere, 1, 0, {{kNowhere, "f0x1"}, {kNowhere - 4, "f"}}, {}, 0, 0, "f", "f"},
+        {"a number twice", kNowhere, 0, 1, {}, {{kNowhere, "0x1"}, {kNowhere - 4, "0x2"}}, 0, 0, "0x2", "0x2"},
+        {"a number without a name before", kNowhere, 1, 0, {{kNowhere, "0x1"}}, {}, 0, 0, nullptr, "0x1"},
+        {"a number at 4", 4, 1, 0, {{4, "0x1"}, {0, "f"}}, {}, 0, 0, "f", "f"},
+        {"a number below 4", 3, 1, 0, {{3, "0x1"}, {UINT64_MAX, "f"}}, {}, 0, 0, "0x1", "0x1"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
