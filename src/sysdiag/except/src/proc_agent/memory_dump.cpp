@@ -12,6 +12,7 @@
 #include "base/checked.h"
 #include "base/landing_pad.h"
 #include "base/result.h"
+#include "base/shared_word.h"
 #include "except/src/proc_agent/capture_map.h"
 #include "except/src/proc_agent/memory_reader.h"
 #include "except/src/proc_agent/memory_section.h"
@@ -44,7 +45,9 @@ Code find_value(const KovaDumpMemParam& param, KovaMapRecord& record) {
     MapSource map;
     if (!map.is_open()) return static_cast<Code>(errno);
     record.mapSize = param.mapSize;
-    return find_mapping(map.text(), param.value, record, {g_kovaExceptLogbuf, kMapLineSize}) == 1 ? kOk : kFailed;
+    return find_mapping(map.text(), param.value, record, {load_acquire(g_kovaExceptLogbuf), kMapLineSize}) == 1
+               ? kOk
+               : kFailed;
 }
 
 // What to dump of the memory around the value, clipped to its mapping.
@@ -74,7 +77,7 @@ Code copy_range(const DumpRange& range, std::uint8_t* destination, std::uint32_t
 }  // namespace kova
 
 uint32_t KOVA_DumpRegisterContext(void* destination, uint32_t size, KovaDumpMemParam* param) {
-    if (g_kovaExceptLogbuf == nullptr) return kova::kNoTextBuffer;
+    if (kova::load_acquire(g_kovaExceptLogbuf) == nullptr) return kova::kNoTextBuffer;
     if (param == nullptr) return kova::kFailed;
     param->start = 0;
     param->length = 0;
@@ -89,7 +92,7 @@ uint32_t KOVA_DumpRegisterContext(void* destination, uint32_t size, KovaDumpMemP
 }
 
 void KOVA_FillSpDumpInfo(KovaSpDumpRange* range, const KovaDumpMemParam* param) {
-    if (range == nullptr || param == nullptr || g_kovaExceptLogbuf == nullptr) return;
+    if (range == nullptr || param == nullptr || kova::load_acquire(g_kovaExceptLogbuf) == nullptr) return;
     kova::DumpRange found;
     if (kova::find_range(*param, &found) != kova::kOk) return;
     range->start = found.start;

@@ -3,6 +3,7 @@
 // Signal context: all of it.
 #include "base/checked.h"
 #include "base/result.h"
+#include "base/shared_word.h"
 #include "base/text_buffer.h"
 #include "except/src/proc_agent/exception_log_file.h"
 #include "kova/memory_map.h"
@@ -26,20 +27,21 @@ struct Heap {
     bool is_known = false;
 };
 
-void report_register(KovaDumpMemParam& param, const Heap& heap, char* text) {
-    if (KOVA_DumpRegisterContext(g_kovaRegMemory, kRegisterMemorySize, &param) != kOk) return;
+void report_register(KovaDumpMemParam& param, std::uint8_t* memory, const Heap& heap, char* text) {
+    if (KOVA_DumpRegisterContext(memory, kRegisterMemorySize, &param) != kOk) return;
     std::uint32_t text_length = 0;
-    KOVA_PrintRegMemInfo(&param, g_kovaRegMemory, kRegisterMemorySize, text, &text_length);
+    KOVA_PrintRegMemInfo(&param, memory, kRegisterMemorySize, text, &text_length);
     write_section_to_log({text, text_length});
     if (!heap.is_known) return;
-    KOVA_ProcRegContextInHeap(narrow<std::uint32_t>(param.length), g_kovaRegMemory, heap.start, heap.end, text);
+    KOVA_ProcRegContextInHeap(narrow<std::uint32_t>(param.length), memory, heap.start, heap.end, text);
 }
 
 }  // namespace
 }  // namespace kova
 
 void KOVA_PrintRegisterInfo2log(const KovaExceptInfo* record, uint32_t mapSize, char* text) {
-    if (record == nullptr || g_kovaRegMemory == nullptr) return;
+    uint8_t* const memory = kova::load_acquire(g_kovaRegMemory);
+    if (record == nullptr || memory == nullptr) return;
     kova::Heap heap;
     heap.is_known = KOVA_GetHeapStartAndEndInfo(&heap.start, &heap.end, "[heap]") == 1;
     for (unsigned number = 0; number < kova::kRegisterCount; ++number) {
@@ -54,6 +56,6 @@ void KOVA_PrintRegisterInfo2log(const KovaExceptInfo* record, uint32_t mapSize, 
                                .start = 0,
                                .length = 0,
                                .mapSize = static_cast<int32_t>(mapSize)};
-        kova::report_register(param, heap, text);
+        kova::report_register(param, memory, heap, text);
     }
 }

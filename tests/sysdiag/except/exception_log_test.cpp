@@ -1,0 +1,187 @@
+// The exception log as several processes share it, and the helpers beside it.
+#include "kova/exception_log.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+
+#include "base/signal_scope.h"
+#include "sysdiag/except/map_fixture.h"
+
+namespace kova::test {
+namespace {
+
+Code write_text(const std::string& text) {
+    return KOVA_WriteExceptInfo2Log(text.data(), static_cast<std::uint32_t>(text.size()));
+}
+
+class ExceptionLog : public testing::Test {
+  protected:
+    void SetUp() override { remove_log(); }
+};
+
+TEST_F(ExceptionLog, PiecesAreAppendedToAFileThatTheFirstOneMakes) {
+    ::umask(0);
+    EXPECT_EQ(kOk, KOVA_WriteExceptInfo2Log("", 0));
+    struct stat status {};
+    ASSERT_EQ(0, ::stat(kLogPath, &status));
+    EXPECT_EQ(0660U, status.st_mode & 07777);
+    EXPECT_EQ(kOk, write_text("one"));
+    EXPECT_EQ(kOk, KOVA_PrintfExceptInfo2log("two", 3));
+    EXPECT_EQ(kFailed, KOVA_PrintfExceptInfo2log("none", 0));
+    EXPECT_EQ(kFailed, KOVA_PrintfExceptInfo2log(nullptr, 1));
+    EXPECT_EQ(kFailed, KOVA_WriteExceptInfo2Log(nullptr, 0));
+    EXPECT_EQ("onetwo\n", log_text());
+}
+
+TEST_F(ExceptionLog, NothingIsWrittenThroughALinkOrIntoAPipe) {
+    ASSERT_EQ(0, ::symlink("/opt/elsewhere", kLogPath));
+    EXPECT_EQ(kFailed, write_text("text"));
+    EXPECT_NE(0, ::access("/opt/elsewhere", F_OK));
+    remove_log();
+    ASSERT_EQ(0, ::mkfifo(kLogPath, 0600));
+    EXPECT_EQ(kFailed, write_text("text"));
+}
+
+TEST_F(ExceptionLog, AShortWriteIsAFailure) {
+    expect_child_succeeds([] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{4, 4};
+        ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limit));
+        EXPECT_EQ(kFailed, write_text("12345"));
+        EXPECT_EQ("1234", log_text());
+        EXPECT_EQ(kFailed, write_text("6"));
+    });
+}
+
+TEST_F(ExceptionLog, ACaptureWaitsForTheLogAsLongAsItMayAndThenDropsTheRest) {
+    ASSERT_EQ(kOk, write_text("start\n"));
+    const int fd = ::open(kLogPath, O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(kOk, KOVA_ExceptFileLock(fd));
+    expect_child_succeeds([] {
+        struct sigaction interrupt {};
+        interrupt.sa_handler = [](int) {};
+        ASSERT_EQ(0, ::sigaction(SIGALRM, &interrupt, nullptr));
+        const SignalScope scope;
+        log_wait_budget().left_ms = 30;
+        const itimerval tick{{0, 10'000}, {0, 10'000}};
+        ASSERT_EQ(0, ::setitimer(ITIMER_REAL, &tick, nullptr));
+        EXPECT_EQ(kFailed, write_text("waited for\n"));
+        const itimerval no_more_ticks{};
+        ASSERT_EQ(0, ::setitimer(ITIMER_REAL, &no_more_ticks, nullptr));
+        // Would wait for ever now.
+        EXPECT_EQ(kFailed, write_text("dropped\n"));
+        KOVA_DumpMapsFile();
+    });
+    EXPECT_EQ(kOk, KOVA_ExceptFileUnlock(fd));
+    expect_child_succeeds([] { EXPECT_EQ(kOk, write_text("end\n")); });
+    EXPECT_EQ("start\nend\n", log_text());
+    ::close(fd);
+    EXPECT_EQ(kFailed, KOVA_ExceptFileLock(fd));
+}
+
+TEST_F(ExceptionLog, PiecesOfTwoProcessesAndWholeMapsNeverMix) {
+    constexpr int kRounds = 40;
+    const std::string map = many_map_lines();
+    const std::string piece(1500, 'p');
+    const pid_t copier = start_child([&] {
+        fake_map_file(map);
+        for (int i = 0; i < kRounds; ++i) KOVA_DumpMapsFile();
+    });
+    const pid_t writer = start_child([&] {
+        for (int i = 0; i < 20 * kRounds; ++i) EXPECT_EQ(kOk, write_text(piece));
+    });
+    EXPECT_EQ(0, end_of_child(copier));
+    EXPECT_EQ(0, end_of_child(writer));
+    const std::string log = log_text();
+    int maps = 0;
+    int pieces = 0;
+    for (std::size_t at = 0; at < log.size();) {
+        const bool is_map = log.compare(at, map.size(), map) == 0;
+        ASSERT_TRUE(is_map || log.compare(at, piece.size(), piece) == 0) << "split at " << at;
+        ++(is_map ? maps : pieces);
+        at += is_map ? map.size() : piece.size();
+    }
+    EXPECT_EQ(kRounds, maps);
+    EXPECT_EQ(20 * kRounds, pieces);
+}
+
+TEST(ProcessName, IsReadWithoutItsLineFeedAndCutToFit) {
+    ASSERT_EQ(0, ::prctl(PR_SET_NAME, "a name"));
+    const auto self = static_cast<std::uint32_t>(::getpid());
+    const struct {
+        std::uint32_t size;
+        Code code;
+        const char* text;
+    } cases[] = {{32, kOk, "a name"}, {8, kOk, "a name"},  {7, kOk, "a name"}, {6, kOk, "a nam"},
+                 {2, kOk, "a"},       {1, kFailed, "###"}, {0, kFailed, "###"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.size);
+        char name[32] = "###";
+        EXPECT_EQ(c.code, KOVA_GetProcName(self, name, c.size));
+        EXPECT_STREQ(c.text, name);
+    }
+    char name[32] = "###";
+    EXPECT_EQ(kFailed, KOVA_GetProcName(0xFFFFFFFFU, name, sizeof name));
+    EXPECT_STREQ("###", name);
+}
+
+TEST(Digits, NeedRoomForTheirTerminator) {
+    char text[12] = "###########";
+    EXPECT_EQ(kFailed, KOVA_TranInt2Str(4294967295U, text, 10));
+    EXPECT_STREQ("###########", text);
+    EXPECT_EQ(kOk, KOVA_TranInt2Str(4294967295U, text, 11));
+    EXPECT_STREQ("4294967295", text);
+    EXPECT_EQ(kOk, KOVA_TranInt2Str(0, text, 2));
+    EXPECT_STREQ("0", text);
+    EXPECT_EQ(kFailed, KOVA_TranInt2Str(0, text, 1));
+}
+
+TEST(SignalName, FollowsTheTableAndEndsAtTheHighestRealTimeSignal) {
+    const struct {
+        int signal;
+        const char* name;
+    } cases[] = {{-1, "UNKNOWN"},  {0, "SIG0"},        {6, "SIGABRT/SIGIOT"},  {31, "SIGSYS"},      {32, "SIG32"},
+                 {34, "SIGRTMIN"}, {35, "SIGRTMIN+1"}, {49, "SIGRTMIN+15"},    {50, "SIGRTMAX-14"}, {63, "SIGRTMAX-1"},
+                 {64, "SIGRTMAX"}, {65, "UNKNOWN"},    {2147483647, "UNKNOWN"}};
+    for (const auto& c : cases) {
+        char name[KOVA_SIGNAL_NAME_SIZE];
+        EXPECT_EQ(kOk, KOVA_GetSignalName(c.signal, name));
+        EXPECT_STREQ(c.name, name);
+    }
+}
+
+TEST(SignalName, ThatAHostMadeTooLongIsCut) {
+    const char* const before = g_kovaSignalName[11];
+    g_kovaSignalName[11] = "SEGMENTATION FAULT";
+    char name[KOVA_SIGNAL_NAME_SIZE + 1];
+    name[KOVA_SIGNAL_NAME_SIZE] = '#';
+    EXPECT_EQ(kFailed, KOVA_GetSignalName(11, name));
+    EXPECT_STREQ("SEGMENTATION FA", name);
+    EXPECT_EQ('#', name[KOVA_SIGNAL_NAME_SIZE]);
+    g_kovaSignalName[11] = before;
+}
+
+TEST(SignalList, HoldsWhatAHostIsToCatch) {
+    const int expected[] = {1, 2, 3, 4, 6, 7, 8, 11, 15, 24, 25, 31};
+    ASSERT_EQ(std::size(expected), g_kovaSignalNum);
+    for (std::size_t i = 0; i < std::size(expected); ++i) EXPECT_EQ(expected[i], g_kovaSignalList[i]);
+}
+
+TEST(CoreDumpFlag, IsOnUntilItIsSwitchedOff) {
+    EXPECT_EQ(1U, KOVA_GetCoreDumpFlag());
+    KOVA_UnsetCoreDumpFlag();
+    EXPECT_EQ(0U, g_coreDumpFlag);
+    KOVA_SetCoreDumpFlag();
+    EXPECT_EQ(1U, KOVA_GetCoreDumpFlag());
+}
+
+}  // namespace
+}  // namespace kova::test
