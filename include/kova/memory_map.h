@@ -107,7 +107,7 @@ KOVA_API int32_t KOVA_CheckAddrIsValid(int32_t fd, uint64_t address, KovaMapReco
 /**
  * Copies the memory around an address, clipped to the readable mapping that holds it. Uses the capture's buffers.
  *
- * @param destination Out: param->length bytes.
+ * @param destination Out: param->length bytes; of no meaning after a failure.
  * @param size        Bytes in destination. A longer range is not copied at all.
  * @param param       In: value, before, after, mapSize. Out: start and length, both 0 on failure.
  * @return 0; 22 when there is no text buffer yet (param untouched); errno when the map file cannot be opened; 1 when

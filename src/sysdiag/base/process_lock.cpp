@@ -3,13 +3,13 @@
 // Signal context: all of it.
 #include "base/process_lock.h"
 
-#include <algorithm>
-#include <climits>
-#include <ctime>
 #include <linux/futex.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <algorithm>
+#include <climits>
+#include <ctime>
 
 #include "base/signal_path.h"
 
@@ -18,6 +18,8 @@ namespace {
 
 // How long a thread inside the record handler waits for another thread before it goes ahead.
 constexpr std::int64_t kHandlerWaitMs = 2'000;
+
+constexpr std::int64_t kWaitForEver = -1;
 
 // A waiter looks again at least this often: the holder may have been a forked child's memory all along.
 constexpr std::int64_t kLookAgainMs = 100;
@@ -71,13 +73,17 @@ void ProcessLock::release() {
     if (waiters_.load() != 0) wake_one(turn_);
 }
 
-ScopedProcessLock::ScopedProcessLock(ProcessLock& lock) KOVA_NO_THREAD_SAFETY_ANALYSIS : lock_(lock) {
-    const bool in_handler = in_signal_scope();
-    if (!in_handler) {
+ScopedProcessLock::ScopedProcessLock(ProcessLock& lock, WaitBudget& budget) KOVA_NO_THREAD_SAFETY_ANALYSIS
+    : lock_(lock) {
+    if (!in_signal_scope()) {
         const sigset_t blocked = asynchronous_signals();
         masked_ = ::pthread_sigmask(SIG_BLOCK, &blocked, &old_mask_) == 0;
+        held_ = lock_.acquire(this_thread_key(), kWaitForEver);
+        return;
     }
-    held_ = lock_.acquire(this_thread_key(), in_handler ? kHandlerWaitMs : -1);
+    const std::int64_t start_ms = monotonic_ms();
+    held_ = lock_.acquire(this_thread_key(), std::clamp<std::int64_t>(budget.left_ms, 0, kHandlerWaitMs));
+    budget.left_ms -= monotonic_ms() - start_ms;
 }
 
 ScopedProcessLock::~ScopedProcessLock() KOVA_NO_THREAD_SAFETY_ANALYSIS {

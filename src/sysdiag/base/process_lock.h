@@ -43,7 +43,8 @@ class KOVA_CAPABILITY("mutex") ProcessLock {
 // Holds the lock, and outside the record handler keeps asynchronous signals blocked, until it goes out of scope.
 class KOVA_SCOPED_CAPABILITY ScopedProcessLock {
   public:
-    explicit ScopedProcessLock(ProcessLock& lock) KOVA_ACQUIRE(lock);
+    // Inside the record handler the wait is taken off `budget`.
+    ScopedProcessLock(ProcessLock& lock, WaitBudget& budget) KOVA_ACQUIRE(lock);
     ~ScopedProcessLock() KOVA_RELEASE();
     ScopedProcessLock(const ScopedProcessLock&) = delete;
     ScopedProcessLock& operator=(const ScopedProcessLock&) = delete;

@@ -3,8 +3,8 @@
 // Signal context: all of it.
 #include "base/shared_file.h"
 
-#include <cerrno>
 #include <sys/stat.h>
+#include <cerrno>
 
 #include "base/file_lock.h"
 #include "base/signal_path.h"
@@ -20,7 +20,8 @@ OpenStep SharedFile::open_locked(const Steps& steps) {
     take_process_lock();
     OpenStep failed = OpenStep::kLock;
     for (int restarts = 0; restarts <= kRestarts; ++restarts) {
-        fd_ = steps.open != nullptr ? steps.open(steps.context) : open_regular_file(kind_.path, kind_.flags, kind_.mode);
+        fd_ =
+            steps.open != nullptr ? steps.open(steps.context) : open_regular_file(kind_.path, kind_.flags, kind_.mode);
         if (!fd_.is_open()) {
             failed = OpenStep::kOpen;
             break;
@@ -53,7 +54,7 @@ void SharedFile::close() {
 
 void SharedFile::take_process_lock() {
     const std::int64_t start_ms = monotonic_ms();
-    process_lock_.emplace(kind_.lock);
+    process_lock_.emplace(kind_.lock, kind_.budget());
     // A report has a hundred pieces: without this each could wait anew for a thread that never lets go.
     if (in_signal_scope()) kind_.budget().left_ms -= monotonic_ms() - start_ms;
 }

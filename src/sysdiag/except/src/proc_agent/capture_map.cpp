@@ -39,7 +39,7 @@ bool is_capturing() {
 
 void close_copy() {
     if (g_copy.fd < 0) return;
-    const ScopedProcessLock no_other_thread(kExceptionLog.lock);
+    const ScopedProcessLock no_other_thread(kExceptionLog.lock, log_wait_budget());
     const UniqueFd closing(g_copy.fd);
     g_copy = MapCopy{};
 }

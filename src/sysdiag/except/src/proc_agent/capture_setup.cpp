@@ -228,8 +228,11 @@ uint32_t KOVA_GetVersionInit(void) {
 }
 
 uint32_t KOVA_GetVersion(char* name, uint32_t nameSize, char* version, uint32_t versionSize) {
-    const int name_rc = strcpy_s(name, nameSize, g_kovaPlatformName);
-    const int version_rc = strcpy_s(version, versionSize, g_kovaPlatformVersion);
+    // Everybody may write the two globals: their terminators are not counted on.
+    const int name_rc =
+        strncpy_s(name, nameSize, g_kovaPlatformName, ::strnlen(g_kovaPlatformName, KOVA_PLATFORM_TEXT_SIZE));
+    const int version_rc = strncpy_s(version, versionSize, g_kovaPlatformVersion,
+                                     ::strnlen(g_kovaPlatformVersion, KOVA_PLATFORM_TEXT_SIZE));
     return static_cast<Code>(name_rc + version_rc);
 }
 

@@ -28,7 +28,7 @@ template <typename Step>
 // A fault that the processor raised in this thread, as opposed to a signal that somebody sent.
 [[nodiscard]] bool is_synchronous_fault(int signal, const siginfo_t& info);
 
-// At the outermost entry: what an entry that never returned left armed leads nowhere any more.
+// At the outermost entry: what a vfork child that died in its handler left armed leads nowhere in its parent.
 void drop_recovery_points();
 
 // Jumps to the innermost recovery point; returns when none is armed.

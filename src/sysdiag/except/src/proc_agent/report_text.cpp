@@ -19,11 +19,6 @@ namespace {
 
 constexpr std::uint32_t kIdentityTextSize = 50;
 
-// The end of the text: continues where it stands, whatever length the caller claims.
-TextBuffer end_of(char* text, std::uint32_t length) {
-    return TextBuffer(text, KOVA_EXCEPT_TEXT_SIZE, std::min<std::size_t>(length, KOVA_EXCEPT_TEXT_SIZE - 1));
-}
-
 template <typename... Arguments>
 void append_line(char* text, std::uint32_t* length, const char* format, Arguments... arguments) {
     if (*length >= KOVA_EXCEPT_TEXT_SIZE) return;
@@ -33,6 +28,12 @@ void append_line(char* text, std::uint32_t* length, const char* format, Argument
     const int count = snprintf_truncated_s(text + *length, KOVA_EXCEPT_TEXT_SIZE - *length, format, arguments...);
 #pragma GCC diagnostic pop
     if (count > 0) *length += static_cast<std::uint32_t>(count);
+}
+
+// How much of a record's text may be printed: a record that a caller made need not be terminated.
+template <std::size_t kSize>
+int bounded(const char (&text)[kSize]) {
+    return static_cast<int>(::strnlen(text, kSize));
 }
 
 // "Reg:%4s, Val = 0x%.16lx;"
@@ -74,13 +75,14 @@ uint32_t KOVA_PrintfExceptBaseInfo(const KovaExceptInfo* record, char* text, uin
                 time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec);
     append_line(text, length, "Exception Slot/CPU:        %s/%s\n", slot, cpu);
     append_line(text, length, "Exception Number:          %d\n", record->signalNumber);
-    append_line(text, length, "Exception Name:            %s\n", record->signalName);
+    append_line(text, length, "Exception Name:            %.*s\n", bounded(record->signalName), record->signalName);
     append_line(text, length, "Exception Code:            %d\n", record->signalCode);
     append_line(text, length, "Exception Thread ID:       %d\n", record->threadId);
     append_line(text, length, "Exception Process ID:      %d\n", record->processId);
-    append_line(text, length, "Exception Process Name:    %s\n", record->processName);
+    append_line(text, length, "Exception Process Name:    %.*s\n", bounded(record->processName), record->processName);
     append_line(text, length, "Exception Sender PID:      %u\n", record->senderProcessId);
-    append_line(text, length, "Exception Sender NAME:     %s\n", record->senderProcessName);
+    append_line(text, length, "Exception Sender NAME:     %.*s\n", bounded(record->senderProcessName),
+                record->senderProcessName);
     append_line(text, length, "Exception Tick:            0x%08x%s0x%08x%s\n", record->cpuTickHigh, "(CPU Tick High) ",
                 record->cpuTickLow, "(CPU Tick Low)");
     return kOk;
@@ -88,7 +90,8 @@ uint32_t KOVA_PrintfExceptBaseInfo(const KovaExceptInfo* record, char* text, uin
 
 uint32_t KOVA_PrintRegInfo(const KovaRegisterBlock* registers, char* text, uint32_t* length) {
     if (registers == nullptr || text == nullptr || length == nullptr) return kFailed;
-    TextBuffer out = end_of(text, *length);
+    if (*length >= KOVA_EXCEPT_TEXT_SIZE) return kOk;
+    TextBuffer out(text, KOVA_EXCEPT_TEXT_SIZE, *length);
     out.append("Register Contents:\n");
     for (unsigned number = 0; number <= 30; ++number) {
         append_general_register(out, number, registers->x[number]);
@@ -109,8 +112,8 @@ uint32_t KOVA_PrintRegInfo(const KovaRegisterBlock* registers, char* text, uint3
 }
 
 uint32_t KOVA_PrintCallStackInfo(const KovaExceptInfo* record, char* text, uint32_t* length) {
-    if (record == nullptr || text == nullptr || length == nullptr) return kOk;
-    TextBuffer out = end_of(text, *length);
+    if (record == nullptr || text == nullptr || length == nullptr || *length >= KOVA_EXCEPT_TEXT_SIZE) return kOk;
+    TextBuffer out(text, KOVA_EXCEPT_TEXT_SIZE, *length);
     out.append("Show CallStack:\n");
     const std::uint32_t depth = std::min<std::uint32_t>(record->callStackDepth, KOVA_CALL_STACK_MAX);
     // "#%u  Instruction Address: 0x%.16lx, Func:%s\n"
