@@ -218,7 +218,7 @@ TEST_F(KovactlBox, PointsAtAnOldestRecordThatMayBeTorn) {
     for (int i = 0; i < 23; ++i) append(make_record(i));
     EXPECT_EQ(std::string::npos, kovactl("box").output.find('!'));
     Bytes bytes = read_file(kLiveBoxFile);
-    at<KovaExceptInfo>(bytes, 68 + 3 * 9968)->time.tm_mday = 6;
+    *at<std::int32_t>(bytes, 68 + 3 * 9968 + offsetof(KovaExceptInfo, time.tm_mday)) = 6;
     write_file(kCopy, bytes);
     const std::string list = kovactl("box --file /opt/copy").output;
     EXPECT_TRUE(list.ends_with("init[77]  ! may be torn\n")) << list;

@@ -283,7 +283,9 @@ TEST_F(BlackBox, NoAppendOfAnotherThreadOrProcessIsLost) {
     Answer all = read_newest(1, 0, 100);
     std::ranges::sort(all.fills);
     Bytes expected;
-    for (std::uint8_t fill = 0; fill < kProcesses * kThreads * kAppends; ++fill) expected.push_back(fill);
+    for (int fill = 0; fill < kProcesses * kThreads * kAppends; ++fill) {
+        expected.push_back(static_cast<std::uint8_t>(fill));
+    }
     EXPECT_EQ(expected, all.fills);
     EXPECT_EQ(20u, read_newest(0, 0, 100).count);
     EXPECT_EQ(96u % 20, next_slot_of(0));

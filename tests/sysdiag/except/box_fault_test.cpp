@@ -381,7 +381,8 @@ TEST_F(BoxFaults, AWriterKilledAtAnyPointCostsAtMostTheOldestRecord) {
             ASSERT_EQ(0u, answer.code);
             Bytes kept;
             for (std::uint8_t i = stored; i > (stored == 20 ? 1 : 0); --i) kept.push_back(i);
-            EXPECT_NE(answer.fills.end(), std::ranges::search(answer.fills, kept).begin());
+            EXPECT_NE(answer.fills.end(),
+                      std::search(answer.fills.begin(), answer.fills.end(), kept.begin(), kept.end()));
             if (finished) {
                 EXPECT_EQ(0xAA, answer.fills.front());
             }
