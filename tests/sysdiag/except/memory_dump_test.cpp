@@ -10,6 +10,7 @@
 #include <csignal>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "base/signal_scope.h"
 #include "except/src/proc_agent/capture_map.h"
@@ -21,7 +22,8 @@
 
 namespace {
 
-int g_refusal = 0;  // errno of the next process_vm_readv calls
+int g_refusal = 0;        // errno of the next process_vm_readv calls
+bool g_intrudes = false;  // a signal comes during the next write
 
 }  // namespace
 
@@ -33,6 +35,13 @@ extern "C" ssize_t process_vm_readv(pid_t pid, const iovec* local, unsigned long
         return -1;
     }
     return ::syscall(SYS_process_vm_readv, pid, local, local_count, remote, remote_count, flags);
+}
+
+// A signal that comes during a write leaves its trace line, whatever this thread is about to write.
+extern "C" ssize_t write(int fd, const void* data, std::size_t length) {
+    const ssize_t written = ::syscall(SYS_write, fd, data, length);
+    if (std::exchange(g_intrudes, false)) static_cast<void>(kova::write_to_log("trace\n"));
+    return written;
 }
 
 namespace kova::test {
@@ -343,6 +352,7 @@ TEST_F(MemoryDump, TheHeapIsFoundByNameLineByLine) {
         {"last line not ended", anonymous + "7000-8000 rw-p 0 0:0 0     [heap]", 1, 0x7000},
         {"behind a line longer than a piece", map_line(1, 2, "r--p", long_name) + map_line(5, 6, "rw-p", "[heap]"), 1,
          5},
+        {"a byte lost behind a piece without an end", std::string(511, 'n') + "15-16 rw-p 0 0:0 0 [heap]\n", 1, 5},
         {"another name", map_line(1, 2, "rw-p", "[heap]2") + map_line(1, 2, "rw-p", "[stack]"), 0, 0},
         {"the name in another field", "1-2 rw-p 0 0:0 [heap]\n1-2 [heap] 0 0:0 0 [stack]\n", 0, 0},
         {"nothing at all", "", 0, 0},
@@ -437,6 +447,19 @@ TEST_F(MemoryDump, AnIncompleteCopyIsNotSearched) {
         KOVA_DumpMapsFile();
         EXPECT_EQ(map.substr(0, 1000), log_text());
         EXPECT_EQ(map.size(), capture_map_size());
+        end_capture_map();
+    });
+}
+
+TEST_F(MemoryDump, ACopyThatATraceLineFellIntoIsNotSearched) {
+    expect_child_succeeds([] {
+        fake_map_file(many_map_lines());
+        begin_capture_map();
+        g_intrudes = true;
+        KOVA_DumpMapsFile();
+        EXPECT_EQ(256U, log_text().find("trace\n"));
+        write_fake_map("");
+        EXPECT_EQ(0U, capture_map_size());
         end_capture_map();
     });
 }
