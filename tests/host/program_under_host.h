@@ -85,6 +85,16 @@ class Program {
         while ((ignored_signals() >> (SIGXFSZ - 1) & 1) == 0 && ::kill(pid_, 0) == 0) ::poll(nullptr, 0, 1);
     }
 
+    // All that it writes to its standard output, until it closes it.
+    [[nodiscard]] std::string output() const {
+        std::string text;
+        char piece[512];
+        for (ssize_t count = 0; (count = ::read(output_, piece, sizeof piece)) > 0;) {
+            text.append(piece, static_cast<std::size_t>(count));
+        }
+        return text;
+    }
+
     int wait_status() const {
         int status = -1;
         while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) continue;

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <functional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -17,6 +19,8 @@ inline constexpr int kExitTrouble = 2;  // cannot read, or the command line is w
 
 struct CommonOptions {
     bool json = false;
+    // What stood behind "--", as it was. The command line's parser would look into it.
+    std::vector<std::string> program;
 };
 
 // Tells trouble on standard error, where a failure to write changes nothing.

@@ -1,26 +1,33 @@
 // kovactl: what a support engineer looks at a node with.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 
 #include <fmt/core.h>
 #include <CLI/CLI.hpp>
 
 #include "box_commands.h"
 #include "command.h"
+#include "run_command.h"
 
 namespace kova::kovactl {
 namespace {
 
 constexpr AddCommands kFamilies[] = {
     add_box_commands,
+    add_run_command,
 };
 
 constexpr char kFooter[] =
-    "Exit status: 0 done, and what was looked at is sound; 1 damaged, or there is no such record;\n"
+    "Exit status of all but run: 0 done, and what was looked at is sound; 1 damaged, or there is no such record;\n"
     "2 it cannot be read, or the command line is wrong. Results go to standard output, trouble to standard error.";
 
 int run(int argc, char** argv) {
     CommonOptions options;
+    char** const dashes =
+        std::find_if(argv, argv + argc, [](const char* word) { return std::string_view(word) == "--"; });
+    if (dashes != argv + argc) options.program.assign(dashes + 1, argv + argc);
     Action action;
     CLI::App app("Looks at what the diagnosis agent recorded on this node.", "kovactl");
     app.footer(kFooter);
@@ -28,9 +35,13 @@ int run(int argc, char** argv) {
     app.add_flag("--json", options.json, "Print JSON");
     for (const AddCommands add : kFamilies) add(app, options, action);
     try {
-        app.parse(argc, argv);
+        app.parse(static_cast<int>(dashes - argv), argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitOk : kExitTrouble;
+    }
+    if (!options.program.empty() && !app.got_subcommand("run")) {
+        complain("a program behind \"--\" is for kovactl run");
+        return kExitTrouble;
     }
     if (!action) {
         fmt::print("{}", app.help());

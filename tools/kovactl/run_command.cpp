@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include <fmt/core.h>
+#include <CLI/CLI.hpp>
 
 namespace kova::kovactl {
 namespace {
@@ -18,9 +19,15 @@ namespace fs = std::filesystem;
 
 constexpr char kHostLibrary[] = "libkova_host.so";
 
+constexpr char kSummary[] = "Run a program under capture: kovactl run [--timeout SECONDS] -- PROGRAM [ARGUMENT...]";
+constexpr char kFooter[] =
+    "What it leaves when it crashes: /opt/norvel/var/log/kova_exception.log, and kovactl box.\n"
+    "Exit status: the program's; 125 libkova_host.so is missing; 126 PROGRAM cannot be run; 127 it is not found;\n"
+    "2 the command line is wrong.";
+
 template <typename... Arguments>
 int fail(int exit_code, fmt::format_string<Arguments...> text, Arguments&&... arguments) {
-    fmt::print(stderr, "kovactl run: {}\n", fmt::format(text, std::forward<Arguments>(arguments)...));
+    complain(fmt::format(text, std::forward<Arguments>(arguments)...));
     return exit_code;
 }
 
@@ -61,7 +68,7 @@ int execute(std::vector<std::string> command) {
 }  // namespace
 
 int run_command(const RunOptions& options) {
-    if (options.command.empty()) return fail(kExitNotFound, "no program given; usage: kovactl run -- PROGRAM ARGS...");
+    if (options.command.empty()) return fail(kExitTrouble, "no program given: kovactl run -- PROGRAM [ARGUMENT...]");
     std::error_code error;
     const fs::path library = host_library(error);
     if (error) {
@@ -75,6 +82,21 @@ int run_command(const RunOptions& options) {
     preload(library);
     if (options.timeout_seconds) ::setenv("KOVA_HOST_TIMEOUT", std::to_string(*options.timeout_seconds).c_str(), 1);
     return execute(options.command);
+}
+
+void add_run_command(CLI::App& app, const CommonOptions& common, Action& action) {
+    const auto options = std::make_shared<RunOptions>();
+    CLI::App* const run = app.add_subcommand("run", kSummary);
+    run->footer(kFooter);
+    run->add_option("--timeout", options->timeout_seconds, "Seconds that one capture may last, 30 by default")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 3600));
+    run->callback([&action, &common, options] {
+        action = [&common, options] {
+            options->command = common.program;
+            return run_command(*options);
+        };
+    });
 }
 
 }  // namespace kova::kovactl

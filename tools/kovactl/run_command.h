@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "command.h"
+
 namespace kova::kovactl {
 
 // What stops the program from being started. Otherwise its exit status is that of `kovactl run`, which it replaces.
@@ -20,5 +22,7 @@ struct RunOptions {
 
 // Replaces this process by the program. Returns only when that fails, after telling why on standard error.
 [[nodiscard]] int run_command(const RunOptions& options);
+
+void add_run_command(CLI::App& app, const CommonOptions& common, Action& action);
 
 }  // namespace kova::kovactl
