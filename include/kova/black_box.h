@@ -8,8 +8,9 @@
  *
  * Every ring operation (write, refresh, read, reset) is complete in itself: it opens the file, creating it where it is
  * missing, waits for the lock over the whole file, checks both heads and rebuilds a damaged one (a rebuilt node head
- * means an empty box), does its work, unlocks and closes. Nothing needs preparing and nothing stays open. Threads of one
- * process exclude each other too, except against a caller of the building blocks below, who holds a descriptor itself.
+ * means an empty box), does its work, unlocks and closes. Nothing needs preparing and nothing stays open. Threads of
+ * one process exclude each other too, except against a caller of the building blocks below, who holds a descriptor
+ * itself.
  *
  * Result codes: 0 for success. A code that comes from a failed callee is the callee's code x 10 + the number of the
  * failing step, so 53 is the lock, whose own code is 5, failed in step 3.

@@ -44,20 +44,20 @@ KOVA_API uint32_t KovaIsLeapYear(uint32_t year);
  * @param seconds 0 or more. Negative values give no meaningful date.
  * @return The output. Signals: safe.
  */
-KOVA_API struct tm* KovaGmtimeNolocks(struct tm* utc, int64_t seconds);
+KOVA_API struct tm *KovaGmtimeNolocks(struct tm *utc, int64_t seconds);
 
 /** Converts the current time like KovaGmtimeNolocks. @return The seconds that were converted. Signals: safe. */
-KOVA_API int64_t KovaGetGMTTimeNoLocks(struct tm* utc);
+KOVA_API int64_t KovaGetGMTTimeNoLocks(struct tm *utc);
 
 /**
  * Stores the current UTC time, with millisecond 0.
  *
  * @return The seconds that were converted; 0 when the output is NULL. Signals: safe.
  */
-KOVA_API int64_t KovaGMTSystimeNoLocks(KovaSysTime* utc);
+KOVA_API int64_t KovaGMTSystimeNoLocks(KovaSysTime *utc);
 
 /** Stores the current UTC time. @return 0; else the error code of the bounded copy (NULL output). Signals: not safe. */
-KOVA_API uint32_t KOVA_GetGMTTime(struct tm* utc);
+KOVA_API uint32_t KOVA_GetGMTTime(struct tm *utc);
 
 /**
  * Converts a broken-down UTC time to local time.
@@ -66,7 +66,7 @@ KOVA_API uint32_t KOVA_GetGMTTime(struct tm* utc);
  * @param local Out: the same moment in local time.
  * @return The output; NULL when there is no such local time. Signals: not safe.
  */
-KOVA_API struct tm* KOVA_Conver2LocalTime(struct tm* utc, struct tm* local);
+KOVA_API struct tm *KOVA_Conver2LocalTime(struct tm *utc, struct tm *local);
 
 /**
  * Stores the current local time.
@@ -74,10 +74,10 @@ KOVA_API struct tm* KOVA_Conver2LocalTime(struct tm* utc, struct tm* local);
  * @param daylightSaving Out: positive when daylight-saving time is in effect, else 0.
  * @return 0; 22 an output is NULL; 0xFFFFFFFF the clock cannot be read. Signals: not safe.
  */
-KOVA_API uint32_t KOVA_LocalSystimeGet(KovaSysTime* local, uint32_t* daylightSaving);
+KOVA_API uint32_t KOVA_LocalSystimeGet(KovaSysTime *local, uint32_t *daylightSaving);
 
 /** Stores the current UTC time. @return 0; 22 the output is NULL; 0xFFFFFFFF no clock. Signals: not safe. */
-KOVA_API uint32_t KOVA_GMT_SystimeGet(KovaSysTime* utc);
+KOVA_API uint32_t KOVA_GMT_SystimeGet(KovaSysTime *utc);
 
 /**
  * Reads the whole seconds since boot from /proc/uptime.
@@ -85,7 +85,7 @@ KOVA_API uint32_t KOVA_GMT_SystimeGet(KovaSysTime* utc);
  * @return 0; 127 when the file cannot be opened or begins with no number; else the scan's result (1, or 0xFFFFFFFF for
  *         an empty file). The output is stored on success only. Signals: not safe.
  */
-KOVA_API uint32_t KovaGetUpTime(uint32_t* seconds);
+KOVA_API uint32_t KovaGetUpTime(uint32_t *seconds);
 
 KOVA_END_DECLS
 

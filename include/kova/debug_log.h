@@ -37,7 +37,7 @@ KOVA_BEGIN_DECLS
  * @param level  KOVA_DEBUG_INFO, KOVA_DEBUG_WARNING or KOVA_DEBUG_ERROR.
  * @param format printf-style, with its arguments behind it. No line break at the end. NULL does nothing.
  */
-KOVA_API void KovaDebugLog(uint32_t level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+KOVA_API void KovaDebugLog(uint32_t level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /**
  * Makes the head of a debug line: time, process name, thread name and level name.
@@ -48,7 +48,7 @@ KOVA_API void KovaDebugLog(uint32_t level, const char* format, ...) __attribute_
  * @return 0 done; 1 the process name or the local time is missing; else the failing call's result (negative, taken as
  *         unsigned). 0 with the buffer left as it was when the thread's name is empty.
  */
-KOVA_API uint32_t KovaGetPrivateLogHead(char* buffer, uint32_t length, uint32_t level);
+KOVA_API uint32_t KovaGetPrivateLogHead(char *buffer, uint32_t length, uint32_t level);
 
 /**
  * Writes the local time to the millisecond, "2024-03-01 12:00:05:042".
@@ -56,7 +56,7 @@ KOVA_API uint32_t KovaGetPrivateLogHead(char* buffer, uint32_t length, uint32_t 
  * @param length Size of the buffer in bytes: 24 or more.
  * @return 0 done; 1 no local time; else the failing call's result (negative, taken as unsigned).
  */
-KOVA_API uint32_t KovaGetLogTime(char* buffer, uint32_t length);
+KOVA_API uint32_t KovaGetLogTime(char *buffer, uint32_t length);
 
 /**
  * Writes the local time with its zone offset, "2024-03-01 12:00:05 +0800".
@@ -64,7 +64,7 @@ KOVA_API uint32_t KovaGetLogTime(char* buffer, uint32_t length);
  * @param length Size of the buffer in bytes: KOVA_LOG_TIME_SIZE or more.
  * @return The buffer; NULL, with nothing written, when it is too small or there is no local time.
  */
-KOVA_API char* GetLogTime(char* buffer, int32_t length);
+KOVA_API char *GetLogTime(char *buffer, int32_t length);
 
 /** Does nothing. Kept for those who link against it. @param first Ignored, like all that follows. */
 KOVA_API void KovaDbgLog(uintptr_t first, ...);

@@ -116,11 +116,11 @@ KOVA_API uint32_t KOVA_RegExceptCallStackDumpHook(KovaExceptCallStackHook hook);
  *
  * Every call leaves a trace line in the exception log. After set-up, and when no other record is being made, a signal
  * other than SIGTERM gets the full report, a record in box 0, and the report's head once more with the call stack;
- * SIGTERM gets a call stack when the process is exiting abnormally, else nothing more. When a step of the capture itself
- * faults, this handler must be entered again for that fault, on the same thread: it goes on with the next step.
+ * SIGTERM gets a call stack when the process is exiting abnormally, else nothing more. When a step of the capture
+ * itself faults, this handler must be entered again for that fault, on the same thread: it goes on with the next step.
  *
- * Waits for the locks of the exception log and of the black box. How long: an interrupted wait gives up after 5 s in all
- * on the log and 15 s on the box, so a host that wants the bound lets a signal tick, without SA_RESTART.
+ * Waits for the locks of the exception log and of the black box. How long: an interrupted wait gives up after 5 s in
+ * all on the log and 15 s on the box, so a host that wants the bound lets a signal tick, without SA_RESTART.
  *
  * @param signal  Signal number.
  * @param info    What the kernel told the handler. NULL: the call does nothing.

@@ -105,7 +105,8 @@ KOVA_API void KOVA_SetCoreDumpFlag(void);
 KOVA_API void KOVA_UnsetCoreDumpFlag(void);
 KOVA_API uint32_t KOVA_GetCoreDumpFlag(void);
 
-/** Stores 0 in both words; the record's tick words are always 0. Nothing is stored when a pointer is NULL. Signals: safe. */
+/** Stores 0 in both words; the record's tick words are always 0. Nothing is stored when a pointer is NULL. Signals:
+ * safe. */
 KOVA_API void KOVA_GetCpuTick(uint32_t *high, uint32_t *low);
 
 KOVA_END_DECLS

@@ -21,10 +21,10 @@ KOVA_BEGIN_DECLS
  * @param tag  Short name of the source area and, with line, what the platform accounts the memory to.
  * @return The block, or NULL. Yours: release it with KovaBaseFree.
  */
-KOVA_API void* KovaBaseMalloc(uint32_t handle, uint32_t kind, uint32_t size, const char* tag, uint32_t line);
+KOVA_API void *KovaBaseMalloc(uint32_t handle, uint32_t kind, uint32_t size, const char *tag, uint32_t line);
 
 /** Releases a block of KovaBaseMalloc. NULL does nothing. */
-KOVA_API void KovaBaseFree(uint32_t handle, void* block, const char* tag, uint32_t line);
+KOVA_API void KovaBaseFree(uint32_t handle, void *block, const char *tag, uint32_t line);
 
 KOVA_END_DECLS
 

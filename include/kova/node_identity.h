@@ -31,7 +31,7 @@ KOVA_API uint32_t KOVA_SelfCpuidAndSlotInit(void);
  * @param size Size of the buffer in bytes; a negative one counts as 0.
  * @return Characters written; negative when they do not fit.
  */
-KOVA_API int32_t KOVA_GetSlotIdStr(char* buffer, int32_t size);
+KOVA_API int32_t KOVA_GetSlotIdStr(char *buffer, int32_t size);
 
 /**
  * Copies the slot text, or for the slots 21 to 29 the name of the switch-fabric unit there, "SFU1" to "SFU9". Only the
@@ -39,10 +39,10 @@ KOVA_API int32_t KOVA_GetSlotIdStr(char* buffer, int32_t size);
  *
  * @return For a fabric name 0, or an error code when it does not fit; else like KOVA_GetSlotIdStr.
  */
-KOVA_API int32_t KOVA_GetSlotIdStrWithSFU(char* buffer, int32_t size);
+KOVA_API int32_t KOVA_GetSlotIdStrWithSFU(char *buffer, int32_t size);
 
 /** Writes the CPU id in decimal. @return Like KOVA_GetSlotIdStr. */
-KOVA_API int32_t KOVA_GetCpuIdStr(char* buffer, int32_t size);
+KOVA_API int32_t KOVA_GetCpuIdStr(char *buffer, int32_t size);
 
 KOVA_END_DECLS
 

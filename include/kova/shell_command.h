@@ -20,7 +20,7 @@ KOVA_BEGIN_DECLS
  *
  * Threads: any; blocks the calling thread only. Signals: safe.
  */
-KOVA_API uint32_t KovaSystemCmd(const char* command);
+KOVA_API uint32_t KovaSystemCmd(const char *command);
 
 /**
  * Checks a wait status, as system() returns it, of a boot-environment command. Anything but a normal end with code 0 is

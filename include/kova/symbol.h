@@ -24,7 +24,7 @@ KOVA_BEGIN_DECLS
  * @param length Size of the buffer in bytes. With 0 nothing is written, and that is reported to the system log.
  * @return 0; 1, with nothing written, when the buffer is NULL or the address belongs to nothing that is known.
  */
-KOVA_API uint32_t KOVA_GetFuncSymbol(uint64_t address, char* buffer, uint32_t length);
+KOVA_API uint32_t KOVA_GetFuncSymbol(uint64_t address, char *buffer, uint32_t length);
 
 /**
  * Looks an address up in hot-patched code. Where the platform has only an address for it (a name with "0x" in it), the
@@ -34,7 +34,7 @@ KOVA_API uint32_t KOVA_GetFuncSymbol(uint64_t address, char* buffer, uint32_t le
  *             before.
  * @return 0; 127 when no patch or no name is known for the address.
  */
-KOVA_API uint32_t KovaGetPatchFuncName(uint64_t address, const char** name);
+KOVA_API uint32_t KovaGetPatchFuncName(uint64_t address, const char **name);
 
 KOVA_END_DECLS
 

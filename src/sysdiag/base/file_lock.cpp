@@ -3,10 +3,10 @@
 // Signal context: all of it.
 #include "base/file_lock.h"
 
-#include <cerrno>
-#include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
+#include <cerrno>
+#include <ctime>
 
 #include "base/signal_path.h"
 
@@ -59,6 +59,8 @@ bool lock_whole_file(int fd, WaitBudget& budget) {
     return granted;
 }
 
-bool unlock_whole_file(int fd) { return set_lock(fd, F_SETLK, F_UNLCK) == 0; }
+bool unlock_whole_file(int fd) {
+    return set_lock(fd, F_SETLK, F_UNLCK) == 0;
+}
 
 }  // namespace kova

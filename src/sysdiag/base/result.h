@@ -14,6 +14,8 @@ inline constexpr Code kUnavailable = 127;       // the family of the process rea
 inline constexpr Code kMinusOne = 0xFFFFFFFFU;  // the family that answers "exists"
 
 // A code that is passed upward: the callee's code and the step of the caller that failed.
-[[nodiscard]] constexpr Code at_step(Code callee, std::uint32_t step) { return callee * 10 + step; }
+[[nodiscard]] constexpr Code at_step(Code callee, std::uint32_t step) {
+    return callee * 10 + step;
+}
 
 }  // namespace kova

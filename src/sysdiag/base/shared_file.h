@@ -8,8 +8,8 @@
 // Signal context: safe.
 #pragma once
 
-#include <optional>
 #include <sys/types.h>
+#include <optional>
 
 #include "base/process_lock.h"
 #include "base/unique_fd.h"

@@ -3,10 +3,10 @@
 // Signal context: all of it.
 #include "base/signal_scope.h"
 
-#include <cerrno>
-#include <ctime>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <cerrno>
+#include <ctime>
 
 #include "base/signal_path.h"
 
@@ -30,7 +30,9 @@ ThreadKey this_thread_key() {
     return (static_cast<ThreadKey>(pid) << 32) | tid;
 }
 
-std::uint32_t key_pid(ThreadKey key) { return static_cast<std::uint32_t>(key >> 32); }
+std::uint32_t key_pid(ThreadKey key) {
+    return static_cast<std::uint32_t>(key >> 32);
+}
 
 std::int64_t monotonic_ms() {
     timespec now{};
@@ -52,16 +54,28 @@ SignalScope::~SignalScope() {
     errno = saved_errno_;
 }
 
-bool SignalScope::is_nested() const { return t_scope.depth > 1; }
+bool SignalScope::is_nested() const {
+    return t_scope.depth > 1;
+}
 
-bool in_signal_scope() { return t_scope.depth > 0 && t_scope.pid == ::getpid(); }
+bool in_signal_scope() {
+    return t_scope.depth > 0 && t_scope.pid == ::getpid();
+}
 
-int signal_scope_depth() { return t_scope.depth; }
+int signal_scope_depth() {
+    return t_scope.depth;
+}
 
-void set_signal_scope_depth(int depth) { t_scope.depth = depth; }
+void set_signal_scope_depth(int depth) {
+    t_scope.depth = depth;
+}
 
-WaitBudget& log_wait_budget() { return t_scope.log; }
+WaitBudget& log_wait_budget() {
+    return t_scope.log;
+}
 
-WaitBudget& box_wait_budget() { return t_scope.box; }
+WaitBudget& box_wait_budget() {
+    return t_scope.box;
+}
 
 }  // namespace kova

@@ -3,12 +3,12 @@
 // Signal context: all of it; syslog() is called outside the record handler only.
 #include "base/system_log.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
+#include <cerrno>
+#include <cstring>
 
 #include "base/signal_scope.h"
 #include "base/unique_fd.h"

@@ -24,7 +24,9 @@ void TextBuffer::append(std::string_view text) {
     buffer_[length_] = '\0';
 }
 
-void TextBuffer::append(char c) { append(std::string_view(&c, 1)); }
+void TextBuffer::append(char c) {
+    append(std::string_view(&c, 1));
+}
 
 void TextBuffer::append_decimal(std::uint64_t value) {
     char digits[20];

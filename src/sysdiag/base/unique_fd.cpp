@@ -3,10 +3,10 @@
 // Signal context: all of it.
 #include "base/unique_fd.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
 
 #include "base/signal_path.h"
 

@@ -3,8 +3,8 @@
 // Signal context: safe.
 #pragma once
 
-#include <cstddef>
 #include <sys/types.h>
+#include <cstddef>
 
 namespace kova {
 

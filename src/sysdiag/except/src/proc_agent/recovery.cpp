@@ -40,7 +40,9 @@ bool is_synchronous_fault(int signal, const siginfo_t& info) {
     return (signal == SIGSEGV || signal == SIGBUS || signal == SIGILL || signal == SIGFPE) && info.si_code > 0;
 }
 
-void drop_recovery_points() { t_point = nullptr; }
+void drop_recovery_points() {
+    t_point = nullptr;
+}
 
 void recover_if_armed() {
     RecoveryPoint* const point = t_point;
