@@ -59,6 +59,7 @@ class Program {
                 ::setenv("LD_PRELOAD", beside_this_program("../lib/libkova_host.so").c_str(), 1);
             }
             std::vector<char*> arguments;
+            arguments.reserve(command.size() + 1);
             for (std::string& word : command) arguments.push_back(word.data());
             arguments.push_back(nullptr);
             options.before_exec();

@@ -58,8 +58,10 @@ TEST(HeaplessFormat, NoConversionOfTheFormatterUsesTheHeap) {
     // The trap works.
     ASSERT_EQ(2, heap_calls_of([&] { std::free(::strdup(std::strcpy(text, "text"))); }));
     EXPECT_EQ(0, heap_calls_of([&] {
-                  snprintf_truncated_s(text, sizeof text, "%.5000d %-600s %*p %c %%", 1, "text", 40, text, 'c');
-                  snprintf_s(text, sizeof text, 4000, "%#llx %+hhd %zu %jo", 1ULL << 40, 3, sizeof text, INTMAX_C(8));
+                  snprintf_truncated_s(text, sizeof text, "%.5000d %-600s %*p %c %%", 1, "text", 40,
+                                       static_cast<void*>(text), 'c');
+                  snprintf_s(text, sizeof text, 4000, "%#llx %+hhd %zu %jo", 1ULL << 40, static_cast<signed char>(3),
+                             sizeof text, INTMAX_C(8));
                   sprintf_s(text, 16, "%s", "a text that does not fit");
               }));
 }

@@ -45,7 +45,7 @@ class Input {
 
   private:
     static constexpr int kNone = -2;
-    static_assert(EOF == -1);
+    static_assert(EOF == -1);  // NOLINT(misc-redundant-expression): it is -1 as a macro, here
 
     int next_of_text() { return *text_ == '\0' ? EOF : static_cast<unsigned char>(*text_++); }
 
