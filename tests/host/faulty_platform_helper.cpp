@@ -23,7 +23,7 @@ void go_wrong_when_asked(const char* format) {
     if (g_faulty_text == nullptr || std::strstr(format, g_faulty_text) == nullptr) return;
     if (--g_sound_ones >= 0) return;
     while (g_hangs) ::pause();
-    *static_cast<volatile int*>(nullptr) = 1;
+    *static_cast<volatile int*>(nullptr) = 1;  // NOLINT(clang-analyzer-core.NullDereference): it is to fault
 }
 
 }  // namespace
@@ -33,6 +33,7 @@ int snprintf_truncated_s(char* buffer, size_t size, const char* format, ...) {
     go_wrong_when_asked(format);
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the line above initialises it
     const int length = std::vsnprintf(buffer, size, format, arguments);
     va_end(arguments);
     return length < static_cast<int>(size) ? length : static_cast<int>(size) - 1;

@@ -159,7 +159,8 @@ inline std::string log_text() {
 
 inline std::size_t count_of(std::string_view text, std::string_view part) {
     std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) ++count;
+    for (std::size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + part.size()))
+        ++count;
     return count;
 }
 
