@@ -158,10 +158,12 @@ if grep -q '^@@kova-export' "$work/console.log"; then
     tar -C "$work/export" -xf "$work/disk.img"
     say "arm64: files of the machine are in build/arm64-kernel/export"
 fi
-if ((failed || status)); then
-    status=1
+if ((status)); then
     say "the last lines of build/arm64-kernel/console.log:"
     tail -n 60 "$work/console.log" | tr -d '\r'
+elif ((failed)); then
+    say "what the machine printed is in build/arm64-kernel/console.log"
+    status=1
 fi
 say "arm64: $passed passed, $failed failed, $skipped skipped"
 exit "$status"

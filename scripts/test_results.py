@@ -21,6 +21,7 @@ from dataclasses import dataclass, field
 GUEST_TIMEOUT_S = 180
 # Checks of the source tree and of the build, which need the build machine's tools.
 HOST_LABEL = "host"
+SHOWN_LINES = 100
 BEGIN, END = "@@kova-test-begin", "@@kova-test-end"
 
 
@@ -117,8 +118,10 @@ def count_console(log_file, tests_file):
         if found and found.group(2) == "skipped":
             count.skipped += 1
         elif found:
-            status = found.group(2)
+            status, failed_before = found.group(2), count.failed
             add(count, name if status == "0" else f"{name} (status {status})", found.group(1), status == "0")
+            if count.failed > failed_before:
+                print(f"{name}, its last lines on the arm64 kernel:", *found.group(1).splitlines()[-SHOWN_LINES:], sep="\n")
         elif f"{BEGIN} {name}\n" in log:
             count.fail(f"{name}: the machine stopped in it")
         else:

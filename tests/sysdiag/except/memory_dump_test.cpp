@@ -429,7 +429,8 @@ TEST_F(MemoryDump, ACaptureSearchesTheCopyThatItMadeOfTheMap) {
             EXPECT_EQ(0U, capture_map_size());
             EXPECT_EQ(kFailed, dump());
         }).join();
-        EXPECT_EQ(0, end_of_child(start_child([&] { EXPECT_EQ(kFailed, dump()); })));
+        // No dump here: a child has a map file of its own, which is not covered.
+        EXPECT_EQ(0, end_of_child(start_child([&] { EXPECT_EQ(0U, capture_map_size()); })));
         end_capture_map();
         EXPECT_EQ(0U, capture_map_size());
         EXPECT_EQ(kFailed, dump());
