@@ -12,6 +12,7 @@
 #include "kova/exception_record.h"
 #include "kova/exception_report.h"
 #include "kova/memory.h"
+#include "kova/memory_map.h"
 #include "kova/node_identity.h"
 #include "kova/process_info.h"
 #include "kova/shell_command.h"
