@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <fmt/core.h>
 #include <CLI/CLI.hpp>
@@ -38,17 +40,17 @@ fs::path host_library(std::error_code& error) {
     return fs::canonical(own.parent_path() / ".." / "lib" / kHostLibrary, error);
 }
 
-// The loader splits the list at both, and knows no way to quote them.
+// The loader splits the list at blanks and colons and expands what follows a dollar, and knows no way to quote them.
 bool can_be_preloaded(const fs::path& library) {
-    return library.string().find_first_of(": ") == std::string::npos;
+    return library.string().find_first_of(": $") == std::string::npos;
 }
 
-void preload(const fs::path& library) {
+[[nodiscard]] bool preload(const fs::path& library) {
     std::string list = library.string();
     if (const char* const others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0') {
         list.append(":").append(others);
     }
-    ::setenv("LD_PRELOAD", list.c_str(), 1);
+    return ::setenv("LD_PRELOAD", list.c_str(), 1) == 0;
 }
 
 int execute(std::vector<std::string> command) {
@@ -58,6 +60,9 @@ int execute(std::vector<std::string> command) {
     arguments.push_back(nullptr);
     ::execvp(arguments[0], arguments.data());
     const int reason = errno;
+    if (reason == ENOENT && command[0].find('/') != std::string::npos && ::access(command[0].c_str(), F_OK) == 0) {
+        return fail(kExitNotFound, "program '{}' is there, but not the interpreter that it names", command[0]);
+    }
     if (reason == ENOENT) {
         return fail(kExitNotFound, "program '{}' not found{}", command[0],
                     command[0].find('/') == std::string::npos ? " in PATH" : "");
@@ -76,10 +81,11 @@ int run_command(const RunOptions& options) {
                     kHostLibrary, error.message());
     }
     if (!can_be_preloaded(library)) {
-        return fail(kExitNoHost, "'{}' cannot be preloaded: no folder on the way may have a space or colon in its name",
+        return fail(kExitNoHost,
+                    "'{}' cannot be preloaded: no folder on the way may have a space, a colon or a dollar in its name",
                     library.string());
     }
-    preload(library);
+    if (!preload(library)) return fail(kExitTrouble, "no memory for the program's environment");
     if (options.timeout_seconds) ::setenv("KOVA_HOST_TIMEOUT", std::to_string(*options.timeout_seconds).c_str(), 1);
     return execute(options.command);
 }

@@ -10,7 +10,6 @@
 // Signal context: the handler and all it calls. On the way out errno is as it was.
 #include "host_signals.h"
 
-#include <sys/syscall.h>
 #include <ucontext.h>
 #include <unistd.h>
 #include <algorithm>
@@ -18,6 +17,9 @@
 #include <cerrno>
 #include <csignal>
 
+#include "base/no_cancellation.h"
+#include "base/own_fault.h"
+#include "base/thread_key.h"
 #include "kova/exception_capture.h"
 #include "kova/exception_log.h"
 #include "refused_call.h"
@@ -36,9 +38,10 @@ constexpr char kTraceName[] = "[Native]KOVA_SignalInfoRecordHandler";
 // What an ending that stores the record may still take, e.g. waiting for the box's lock.
 constexpr std::int64_t kStoreLimitMs = 5'000;
 
-// After the handler has returned into its fault, the process is gone within microseconds. It lives on only when the
-// fault does not repeat (another thread has mapped the page); then a tick ends it.
-constexpr std::int64_t kRefaultLimitMs = 100;
+// After the handler has returned into its fault, the process is gone as soon as the thread runs again. It lives on only
+// when the fault does not repeat (another thread has mapped the page); then a tick ends it. Long enough for a thread
+// that the scheduler holds back: a tick that comes first would put the handler into the core instead of the fault.
+constexpr std::int64_t kRefaultLimitMs = 2'000;
 
 // Recovery may fault itself. Three entries on top of each other, with their signal frames, fit the alternate stack.
 constexpr int kNestedLimit = 3;
@@ -47,8 +50,6 @@ constexpr int kNestedLimit = 3;
 constexpr int kSeccomp = 1;
 
 enum class Phase { kCapturing, kEnding, kReturned };
-
-using ThreadKey = std::uint64_t;  // {pid, thread id}
 
 struct Capture {
     int signal = 0;
@@ -61,17 +62,13 @@ struct Capture {
 constinit std::atomic<ThreadKey> g_owner{0};
 // Of the owner alone.
 constinit Capture g_capture;
+// This thread waits for another one's capture to end the process.
+constinit thread_local bool t_waits = false;
 // Set before the first handler is installed.
 constinit std::int64_t g_capture_limit_ms = 0;
 
-ThreadKey this_thread_key() {
-    const auto pid = static_cast<std::uint32_t>(::getpid());
-    const auto thread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
-    return (static_cast<ThreadKey>(pid) << 32) | thread;
-}
-
-bool same_process(ThreadKey a, ThreadKey b) {
-    return (a >> 32) == (b >> 32);
+bool is_refused_call(int signal, const siginfo_t& info) {
+    return signal == SIGSYS && info.si_code == kSeccomp;
 }
 
 sigset_t signals_that_interrupt_a_capture() {
@@ -97,8 +94,10 @@ void write_trace_line(int signal, const siginfo_t& info) {
 
 // The way out for a capture that cannot go on: keep what is known, then die of the first signal.
 [[noreturn]] void end_capture() {
-    if (g_capture.phase.exchange(Phase::kEnding) == Phase::kCapturing) {
+    if (g_capture.phase.load() == Phase::kCapturing) {
+        // The new limit first: a tick that finds the old one in the new phase would end the process at once.
         set_watchdog_limit(std::min(kStoreLimitMs, g_capture_limit_ms));
+        g_capture.phase.store(Phase::kEnding);
         store_unfinished_record();
     }
     die_of(g_capture.signal, g_capture.info);
@@ -115,16 +114,16 @@ bool enter_nested(std::uintptr_t frame) {
 }
 
 void interrupt_capture(int signal, siginfo_t* info, void* context) {
-    if (signal == SIGSYS && info->si_code == kSeccomp) {
+    if (is_refused_call(signal, *info)) {
         // No trace line: the calls that would write it are refused as well, and again, without an end.
         refuse_call(static_cast<ucontext_t*>(context));
         return;
     }
+    const auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     if (!is_own_fault(signal, *info)) {
-        write_trace_line(signal, *info);
+        if (enter_nested(frame)) write_trace_line(signal, *info);
         return;
     }
-    const auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     if (g_capture.phase.load() == Phase::kCapturing && enter_nested(frame)) {
         KOVA_SignalInfoRecordHandler(signal, info, context);
     }
@@ -136,8 +135,8 @@ void capture(int signal, siginfo_t* info, void* context) {
     g_capture.info = *info;
     g_capture.phase.store(Phase::kCapturing);
     g_capture.nested_count = 0;
-    ignore_file_size_signal();
     start_watchdog(g_capture_limit_ms, end_capture);
+    ignore_file_size_signal();
     unblock(signals_that_interrupt_a_capture());
 
     KOVA_SignalInfoRecordHandler(signal, info, context);
@@ -152,25 +151,40 @@ void capture(int signal, siginfo_t* info, void* context) {
     set_default_effect(signal);
 }
 
-[[noreturn]] void wait_for_the_end() {
+// Another thread captures. This one leaves its trace line and waits; what interrupts it in that goes on at once: a call
+// that a sandbox refuses fails, anything else waits without a line of its own.
+void wait_for_the_end(int signal, const siginfo_t& info, void* context) {
+    if (t_waits && is_refused_call(signal, info)) {
+        refuse_call(static_cast<ucontext_t*>(context));
+        return;
+    }
+    if (!t_waits) {
+        t_waits = true;
+        write_trace_line(signal, info);
+    }
+    sigset_t all;
+    sigfillset(&all);
+    // Cannot fail: the operation is a valid one.
+    static_cast<void>(::pthread_sigmask(SIG_BLOCK, &all, nullptr));
     for (;;) ::pause();
 }
 
 void on_signal(int signal, siginfo_t* info, void* context) {
     const int saved_errno = errno;
+    const NoCancellation no_cancellation;
     const ThreadKey self = this_thread_key();
     ThreadKey owner = g_owner.load();
-    while (!same_process(owner, self)) {
+    while (key_pid(owner) != key_pid(self)) {
         if (!g_owner.compare_exchange_weak(owner, self)) continue;
         capture(signal, info, context);
         errno = saved_errno;
         return;
     }
-    if (owner != self) {
-        write_trace_line(signal, *info);
-        wait_for_the_end();
+    if (owner == self) {
+        interrupt_capture(signal, info, context);
+    } else {
+        wait_for_the_end(signal, *info, context);
     }
-    interrupt_capture(signal, info, context);
     errno = saved_errno;
 }
 

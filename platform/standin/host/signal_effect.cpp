@@ -14,11 +14,6 @@
 
 namespace kova::host {
 
-bool is_own_fault(int signal, const siginfo_t& info) {
-    if (signal != SIGSEGV && signal != SIGBUS && signal != SIGILL && signal != SIGFPE) return false;
-    return info.si_code > 0 && !(signal == SIGBUS && info.si_code == BUS_MCEERR_AO);
-}
-
 void set_default_effect(int signal) {
     // A process that is not dumpable leaves no core whatever its limits are, also where cores go to a pipe.
     if (KOVA_GetCoreDumpFlag() == 0) static_cast<void>(::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0));

@@ -10,11 +10,6 @@
 
 namespace kova::host {
 
-// A fault that the processor raised in this thread, as opposed to a signal that somebody sent: returning from its
-// handler runs the instruction again, which faults again. Memory errors that the kernel reports in advance
-// (BUS_MCEERR_AO) are none.
-[[nodiscard]] bool is_own_fault(int signal, const siginfo_t& info);
-
 // Puts the default disposition back and honours the core-dump switch; the handler may then return into the fault.
 void set_default_effect(int signal);
 

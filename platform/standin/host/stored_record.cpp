@@ -58,9 +58,8 @@ bool is_stored(const KovaExceptInfo& record) {
     const int fd = ::open(kBoxPath, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) return false;
     const bool found = is_in_box(fd, record);
-    // Closing drops this process's lock on the file, if the capture was cut off while it had it: nothing of the capture
-    // goes on after this.
-    ::close(fd);
+    // Left open: closing any descriptor of the file drops the process's record lock on it, which another thread may
+    // hold for an append that it will report as stored. The process is about to end.
     return found;
 }
 

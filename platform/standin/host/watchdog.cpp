@@ -15,6 +15,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "base/thread_key.h"
+
 #include "base/signal_path.h"
 
 namespace kova::host {
@@ -75,13 +77,6 @@ void on_tick(int, siginfo_t*, void*) {
 }
 
 }  // namespace
-
-std::int64_t monotonic_ms() {
-    timespec now{};
-    // Cannot fail for this clock.
-    static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
 
 void start_watchdog(std::int64_t limit_ms, void (*expired)()) {
     g_watchdog.pid.store(::getpid());

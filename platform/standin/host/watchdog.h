@@ -13,8 +13,6 @@ namespace kova::host {
 
 inline constexpr int kWatchdogSignal = SIGALRM;
 
-[[nodiscard]] std::int64_t monotonic_ms();
-
 // Starts to tick on the calling thread, which must not block kWatchdogSignal. From limit_ms on, every tick calls
 // `expired` there, in signal context. What the program did with that signal is replaced: it is about to end.
 void start_watchdog(std::int64_t limit_ms, void (*expired)());

@@ -67,27 +67,31 @@ bool ProcessLock::acquire(ThreadKey self, std::int64_t limit_ms) {
     }
 }
 
-void ProcessLock::release() {
-    holder_.store(0);
+void ProcessLock::release(ThreadKey self) {
+    // A vfork child takes over what a thread of its parent holds. What it has taken is its own to release.
+    holder_.compare_exchange_strong(self, 0);
     turn_.fetch_add(1);
     if (waiters_.load() != 0) wake_one(turn_);
 }
 
 ScopedProcessLock::ScopedProcessLock(ProcessLock& lock, WaitBudget& budget) KOVA_NO_THREAD_SAFETY_ANALYSIS
-    : lock_(lock) {
+    : lock_(lock),
+      self_(this_thread_key()) {
     if (!in_signal_scope()) {
         const sigset_t blocked = asynchronous_signals();
         masked_ = ::pthread_sigmask(SIG_BLOCK, &blocked, &old_mask_) == 0;
-        held_ = lock_.acquire(this_thread_key(), kWaitForEver);
+        held_ = lock_.acquire(self_, kWaitForEver);
         return;
     }
     const std::int64_t start_ms = monotonic_ms();
-    held_ = lock_.acquire(this_thread_key(), std::clamp<std::int64_t>(budget.left_ms, 0, kHandlerWaitMs));
+    const std::int64_t limit_ms = budget.past_threads ? 0 : std::clamp<std::int64_t>(budget.left_ms, 0, kHandlerWaitMs);
+    held_ = lock_.acquire(self_, limit_ms);
+    budget.past_threads = !held_;
     budget.left_ms -= monotonic_ms() - start_ms;
 }
 
 ScopedProcessLock::~ScopedProcessLock() KOVA_NO_THREAD_SAFETY_ANALYSIS {
-    if (held_) lock_.release();
+    if (held_) lock_.release(self_);
     // Cannot fail: the old mask is one that the kernel gave.
     if (masked_) static_cast<void>(::pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr));
 }

@@ -5,9 +5,9 @@
 //
 // The lock word holds {pid, thread id}. A holder of another pid is what a forked child inherited from a thread that it
 // does not have; it counts as nobody. While a thread holds the lock outside the record handler, asynchronous signals
-// are blocked for it, so an operation is only ever interrupted by its own fault. Inside the handler the mask is the
-// host's: a thread that already holds the lock goes ahead, and one that finds it held by another thread waits a bounded
-// time and then goes ahead with the file lock alone.
+// are blocked for it: what interrupts an operation is a fault, its own or one that somebody sent. Inside the handler
+// the mask is the host's: a thread that already holds the lock goes ahead, and one that finds it held by another thread
+// waits a bounded time and then goes ahead with the file lock alone.
 //
 // Signal context: safe.
 #pragma once
@@ -33,7 +33,7 @@ class KOVA_CAPABILITY("mutex") ProcessLock {
     // Takes the lock for `self`. False when it is not taken: held by this very thread, or not free within limit_ms.
     // A negative limit waits for ever.
     bool acquire(ThreadKey self, std::int64_t limit_ms);
-    void release();
+    void release(ThreadKey self);
 
     std::atomic<ThreadKey> holder_{0};
     std::atomic<std::uint32_t> turn_{0};  // what waiters sleep on; counts releases
@@ -43,7 +43,8 @@ class KOVA_CAPABILITY("mutex") ProcessLock {
 // Holds the lock, and outside the record handler keeps asynchronous signals blocked, until it goes out of scope.
 class KOVA_SCOPED_CAPABILITY ScopedProcessLock {
   public:
-    // Inside the record handler the wait is taken off `budget`.
+    // Inside the record handler the wait is taken off `budget`, and made once: a thread that did not let go in that
+    // time is passed by from then on.
     ScopedProcessLock(ProcessLock& lock, WaitBudget& budget) KOVA_ACQUIRE(lock);
     ~ScopedProcessLock() KOVA_RELEASE();
     ScopedProcessLock(const ScopedProcessLock&) = delete;
@@ -51,6 +52,8 @@ class KOVA_SCOPED_CAPABILITY ScopedProcessLock {
 
   private:
     ProcessLock& lock_;
+    NoCancellation no_cancellation_;
+    ThreadKey self_;
     bool masked_ = false;
     bool held_ = false;
     sigset_t old_mask_{};

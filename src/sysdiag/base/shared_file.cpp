@@ -17,7 +17,7 @@ constexpr int kRestarts = 3;
 }  // namespace
 
 OpenStep SharedFile::open_locked(const Steps& steps) {
-    take_process_lock();
+    process_lock_.emplace(kind_.lock, kind_.budget());
     OpenStep failed = OpenStep::kLock;
     for (int restarts = 0; restarts <= kRestarts; ++restarts) {
         fd_ =
@@ -50,13 +50,6 @@ void SharedFile::close() {
     fd_.reset();
     process_lock_.reset();
     errno = saved_errno;
-}
-
-void SharedFile::take_process_lock() {
-    const std::int64_t start_ms = monotonic_ms();
-    process_lock_.emplace(kind_.lock, kind_.budget());
-    // A report has a hundred pieces: without this each could wait anew for a thread that never lets go.
-    if (in_signal_scope()) kind_.budget().left_ms -= monotonic_ms() - start_ms;
 }
 
 bool SharedFile::was_removed() const {

@@ -54,7 +54,6 @@ class SharedFile {
     void close();
 
   private:
-    void take_process_lock();
     [[nodiscard]] bool was_removed() const;
 
     const SharedFileKind& kind_;

@@ -16,6 +16,7 @@
 #include <csignal>
 
 #include "base/log_message.h"
+#include "base/no_cancellation.h"
 #include "base/result.h"
 #include "base/signal_scope.h"
 #include "base/system_log.h"
@@ -73,6 +74,7 @@ using kova::kIdGeneral;
 using kova::kUnavailable;
 
 uint32_t KovaSystemCmd(const char* command) {
+    const kova::NoCancellation no_cancellation;  // a cancelled wait would leave a zombie
     if (command == nullptr) {
         if (!kova::in_signal_scope()) KovaDLogWrite(KOVA_LOG_BASE(kIdGeneral), "KovaSystemCmd,command is null.");
         return kUnavailable;

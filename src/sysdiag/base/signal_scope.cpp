@@ -1,12 +1,10 @@
-// Thread keys, the nesting of the record handler and its wait budgets; see signal_scope.h.
+// The nesting of the record handler and its wait budgets; see signal_scope.h.
 //
 // Signal context: all of it.
 #include "base/signal_scope.h"
 
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <cerrno>
-#include <ctime>
 
 #include "base/signal_path.h"
 
@@ -24,28 +22,12 @@ constinit thread_local ScopeState t_scope;
 
 }  // namespace
 
-ThreadKey this_thread_key() {
-    const auto pid = static_cast<std::uint32_t>(::getpid());
-    const auto tid = static_cast<std::uint32_t>(::syscall(SYS_gettid));
-    return (static_cast<ThreadKey>(pid) << 32) | tid;
-}
-
-std::uint32_t key_pid(ThreadKey key) {
-    return static_cast<std::uint32_t>(key >> 32);
-}
-
-std::int64_t monotonic_ms() {
-    timespec now{};
-    if (::clock_gettime(CLOCK_MONOTONIC, &now) != 0) return 0;
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
-
 SignalScope::SignalScope() : saved_errno_(errno) {
     const pid_t pid = ::getpid();
     if (t_scope.pid != pid) t_scope = ScopeState{.pid = pid};
     if (++t_scope.depth == 1) {
-        t_scope.log.left_ms = kLogWaitMs;
-        t_scope.box.left_ms = kBoxWaitMs;
+        t_scope.log = WaitBudget{.left_ms = kLogWaitMs};
+        t_scope.box = WaitBudget{.left_ms = kBoxWaitMs};
     }
 }
 

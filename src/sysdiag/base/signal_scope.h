@@ -13,27 +13,22 @@
 
 #include <cstdint>
 
+#include "base/no_cancellation.h"
+#include "base/thread_key.h"
+
 namespace kova {
-
-// {pid, thread id} of the calling thread: what lock words hold, so that a holder can be told from a forked child's
-// memory of it.
-using ThreadKey = std::uint64_t;
-
-[[nodiscard]] ThreadKey this_thread_key();
-[[nodiscard]] std::uint32_t key_pid(ThreadKey key);
-
-[[nodiscard]] std::int64_t monotonic_ms();
 
 // Time that a thread inside the handler may still spend waiting for one of the shared files.
 struct WaitBudget {
     std::int64_t left_ms = 0;
+    bool past_threads = false;  // another thread did not let go of the file's ProcessLock: it is not waited for again
 };
 
 inline constexpr std::int64_t kLogWaitMs = 5'000;
 inline constexpr std::int64_t kBoxWaitMs = 15'000;
 
-// One entry of the record handler: keeps errno, counts the nesting, and refills the wait budgets on the outermost
-// entry.
+// One entry of the record handler: keeps errno, is not cancelled, counts the nesting, and refills the wait budgets on
+// the outermost entry.
 class SignalScope {
   public:
     SignalScope();
@@ -46,6 +41,7 @@ class SignalScope {
 
   private:
     int saved_errno_;
+    NoCancellation no_cancellation_;
 };
 
 // True between entry and return of the record handler on this thread.

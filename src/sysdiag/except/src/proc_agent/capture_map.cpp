@@ -76,7 +76,8 @@ void keep_copy(int log, off_t first, off_t copied) {
 void begin_capture_map() {
     const ThreadKey self = this_thread_key();
     const ThreadKey before = g_capturing_thread.load(std::memory_order_relaxed);
-    // Of another process it is only a number: that process had the descriptor.
+    // Left by a vfork child, it is the number of a descriptor that is gone; by the parent of a fork, one that the
+    // capture of a dying child may leave open.
     if (before != 0 && key_pid(before) != key_pid(self)) g_copy = MapCopy{};
     close_copy();
     g_capturing_thread.store(self, std::memory_order_relaxed);

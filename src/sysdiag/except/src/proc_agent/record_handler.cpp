@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/own_fault.h"
 #include "base/result.h"
 #include "base/shared_word.h"
 #include "base/signal_scope.h"
@@ -99,7 +100,7 @@ void KOVA_SignalInfoRecordHandler(int32_t signal, siginfo_t* info, void* context
     if (!scope.is_nested()) drop_recovery_points();
     // A trace line that cannot be written is lost.
     static_cast<void>(KOVA_WriteSigTrace2Log(info->si_pid, signal, "[Native]KOVA_SignalInfoRecordHandler"));
-    if (scope.is_nested() && is_synchronous_fault(signal, *info)) recover_if_armed();
+    if (scope.is_nested() && is_own_fault(signal, *info)) recover_if_armed();
 
     KovaExceptInfo* const record = load_acquire(g_kovaBoxExceptInfo);
     if (record == nullptr || !claim_capture()) return;

@@ -36,10 +36,6 @@ constinit thread_local RecoveryPoint* volatile t_point = nullptr;
     return true;
 }
 
-bool is_synchronous_fault(int signal, const siginfo_t& info) {
-    return (signal == SIGSEGV || signal == SIGBUS || signal == SIGILL || signal == SIGFPE) && info.si_code > 0;
-}
-
 void drop_recovery_points() {
     t_point = nullptr;
 }

@@ -8,7 +8,6 @@
 // Signal context: all of it. The point is thread-local; it is armed only inside the record handler.
 #pragma once
 
-#include <csignal>
 #include <type_traits>
 
 namespace kova {
@@ -24,9 +23,6 @@ template <typename Step>
     return run_recoverable([](void* argument) { (*static_cast<Callable*>(argument))(); },
                            const_cast<void*>(static_cast<const void*>(&step)));
 }
-
-// A fault that the processor raised in this thread, as opposed to a signal that somebody sent.
-[[nodiscard]] bool is_synchronous_fault(int signal, const siginfo_t& info);
 
 // At the outermost entry: what a vfork child that died in its handler left armed leads nowhere in its parent.
 void drop_recovery_points();

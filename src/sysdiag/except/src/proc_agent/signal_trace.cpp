@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "base/result.h"
+#include "base/signal_scope.h"
 #include "except/src/proc_agent/exception_log_file.h"
 #include "kova/calendar_time.h"
 #include "kova/exception_capture.h"
@@ -25,6 +26,7 @@ constexpr std::size_t kProcessNameSize = 32;
 using namespace kova;
 
 uint32_t KOVA_WriteSigTrace2Log(int32_t senderPid, int32_t signal, const char* where) {
+    const SignalScope scope;  // a host calls this from its handler too: its waits are bounded like the record handler's
     const pid_t self = ::getpid();
     tm now{};
     static_cast<void>(KovaGetGMTTimeNoLocks(&now));  // answers the seconds that it converted
