@@ -8,7 +8,7 @@ add_library(kova_warnings INTERFACE)
 target_compile_options(kova_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 if(KOVA_SANITIZE)
     # Instrumentation hides from the compiler what is initialised, in the C++ library's headers too.
-    target_compile_options(kova_warnings INTERFACE -Wno-maybe-uninitialized)
+    target_compile_options(kova_warnings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
 
 add_library(kova_runtimeless INTERFACE)
@@ -25,6 +25,9 @@ if(KOVA_SANITIZE)
     # type would find none.
     add_compile_options(-fno-sanitize=vptr)
     add_link_options(-fsanitize=${KOVA_SANITIZE})
+endif()
+if(KOVA_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)  # everything is instrumented, the fuzzers alone bring a main
 endif()
 
 # CMake would add the C++ runtime to every link of C++ objects, and the check that kova_loadable makes were void.
