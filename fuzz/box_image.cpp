@@ -83,3 +83,9 @@ std::vector<std::uint8_t> make_box_image(Input& input) {
 }
 
 }  // namespace kova::fuzz
+
+// Several images are made for each input: with the usual 256 MB of released memory kept aside, every one of them would
+// be fresh pages, and most of the time would go there.
+extern "C" const char* __asan_default_options() {
+    return "quarantine_size_mb=16";
+}
