@@ -1,14 +1,16 @@
 // From a code address to module and function, or to the platform's name for hot-patched code.
 //
-// Signal context: all of it. dladdr() takes the loader's lock and may fault on damaged memory: the record handler arms
-// a recovery point around it.
+// Signal context: all of it. dladdr() waits for the loader's lock, so the record handler looks without it. Both may
+// fault on damaged memory: the record handler arms a recovery point around them.
 #include "kova/symbol.h"
 
 #include <dlfcn.h>
 #include <algorithm>
 #include <cstring>
 
+#include "base/loaded_symbol.h"
 #include "base/result.h"
+#include "base/signal_scope.h"
 #include "base/system_log.h"
 #include "kova_platform/bounded_string.h"
 #include "kova_platform/patch.h"
@@ -82,6 +84,11 @@ void write_symbol(const char* name, uint64_t offset, char* buffer, std::size_t s
     }
 }
 
+bool find_symbol(uint64_t address, Dl_info* info) {
+    const void* const pointer = reinterpret_cast<const void*>(static_cast<uintptr_t>(address));
+    return in_signal_scope() ? find_loaded_symbol(pointer, info) : ::dladdr(pointer, info) != 0;
+}
+
 uint64_t as_number(const void* pointer) {
     return reinterpret_cast<uintptr_t>(pointer);
 }
@@ -96,9 +103,7 @@ using kova::kOk;
 uint32_t KOVA_GetFuncSymbol(uint64_t address, char* buffer, uint32_t length) {
     if (buffer == nullptr) return kFailed;
     Dl_info info{};
-    if (::dladdr(reinterpret_cast<const void*>(static_cast<uintptr_t>(address)), &info) == 0) {
-        return kova::write_patch_name(address, buffer, length);
-    }
+    if (!kova::find_symbol(address, &info)) return kova::write_patch_name(address, buffer, length);
     const uint64_t module_start = as_number(info.dli_fbase);
     const uint64_t symbol_start = as_number(info.dli_saddr);  // 0 where there is no symbol
     if (module_start > address || symbol_start > address) return kFailed;
