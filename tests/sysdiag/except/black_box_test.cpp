@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <deque>
 #include <random>
 #include <thread>
 
@@ -12,33 +11,13 @@
 namespace kova::test {
 namespace {
 
-bool heads_are_valid(const Bytes& bytes) {
-    if (bytes.size() != kFileBytes) return false;
-    Bytes expected(bytes.begin(), bytes.begin() + 36);
-    const std::uint32_t words[] = {0x1A2B3C4D, 1, 1, 1, 0, 2, 36, 199428};
-    for (std::size_t i = 0; i < std::size(words); ++i) put_word(expected, i * 4, words[i]);
-    fix_checksum(expected, 0, 36);
-    if (!std::equal(expected.begin(), expected.end(), bytes.begin())) return false;
-    for (const std::uint32_t box : {0u, 1u}) {
-        Bytes node(bytes.begin() + static_cast<std::ptrdiff_t>(kNodeOffset[box]),
-                   bytes.begin() + static_cast<std::ptrdiff_t>(kNodeOffset[box] + 32));
-        const Bytes found = node;
-        const std::uint32_t fixed[][2] = {{0, 0x1A2B3C4D}, {4, kCapacity[box]},     {16, 0xFFFFFFFF},
-                                          {20, 0},         {24, kRecordBytes[box]}, {28, 0}};
-        for (const auto& [at, value] : fixed) put_word(node, at, value);
-        fix_checksum(node, 0, 32);
-        if (node != found) return false;
-    }
-    return true;
-}
-
 TEST_F(BlackBox, CreateMakesAnEmptyFileOfFullLength) {
     ::umask(0);
     ASSERT_EQ(0u, KOVA_CreateBox());
     const Bytes bytes = file();
-    EXPECT_TRUE(heads_are_valid(bytes));
-    EXPECT_EQ(0u, count_of(0));
-    EXPECT_EQ(0u, count_of(1));
+    EXPECT_TRUE(heads_are_sound(bytes));
+    EXPECT_EQ(0u, count_of(file(), 0));
+    EXPECT_EQ(0u, count_of(file(), 1));
     struct stat status {};
     ASSERT_EQ(0, ::stat(kBoxPath, &status));
     EXPECT_EQ(0660u, status.st_mode & 07777u);
@@ -56,70 +35,51 @@ TEST_F(BlackBox, CreateMakesAnEmptyFileOfFullLength) {
     EXPECT_TRUE(log_recorder().take().empty());
 }
 
-// A ring as a queue: what the oldest records are is not computed but remembered.
-struct ModelBox {
-    struct Stored {
-        std::uint32_t slot;
-        std::uint8_t fill;
-    };
-    std::deque<Stored> stored{};
-    std::uint32_t next = 0;
-};
+// Of the records in `all`, those from `skip` on and at most `wanted`.
+Values part(const Values& all, std::uint32_t skip, std::uint32_t wanted) {
+    const auto begin = all.begin() + std::min<std::ptrdiff_t>(skip, std::ssize(all));
+    return {begin, begin + std::min<std::ptrdiff_t>(wanted, all.end() - begin)};
+}
 
-TEST_F(BlackBox, AnyOrderOfOperationsAgreesWithAModel) {
+TEST_F(BlackBox, AnyOrderOfOperationsAgreesWithTheModel) {
     const std::uint32_t seed = std::random_device{}();
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     const auto below = [&](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };
-    std::array<ModelBox, 2> model;
+    Bytes image;
     for (int step = 0; step < 1500; ++step) {
         SCOPED_TRACE(step);
-        const std::uint32_t box = below(2);
-        ModelBox& ring = model[box];
-        const auto fill = static_cast<std::uint8_t>(1 + below(255));
-        const std::uint32_t choice = below(100);
-        const auto stored = static_cast<std::uint32_t>(ring.stored.size());
-        if (choice < 60) {
-            std::uint32_t slot = 999;
-            ASSERT_EQ(0u, append(box, fill, &slot));
-            ASSERT_EQ(ring.next, slot);
-            if (stored == kCapacity[box]) ring.stored.pop_front();
-            ring.stored.push_back({slot, fill});
-            ring.next = slot + 1 == kCapacity[box] ? 0 : slot + 1;
-        } else if (choice < 70 && stored != 0) {
-            ModelBox::Stored& chosen = ring.stored[below(stored)];
-            ASSERT_EQ(0u, KOVA_BoxRefresh(box, record(box, fill).data(), kRecordBytes[box], chosen.slot));
-            chosen.fill = fill;
+        const std::uint32_t box = below(2), choice = below(100), value = below(kMixed);
+        Values stored = newest_first(image, box);
+        const auto count = static_cast<std::uint32_t>(stored.size());
+        const std::uint32_t skip = below(count + 3), wanted = below(kCapacity[box] + 3);
+        Operation operation{.op = Op::kAppend, .box = box, .value = value};
+        if (choice >= 99) operation.op = Op::kReset;
+        if (choice < 60 || choice >= 99) {
+            ASSERT_EQ(0u, perform(operation).code);
+        } else if (choice < 70) {
+            if (count == 0) continue;
+            operation.op = Op::kRewrite;
+            operation.slot = below(count);
+            ASSERT_EQ(0u, perform(operation).code);
         } else if (choice < 84) {
-            const std::uint32_t skip = below(stored + 3), wanted = 1 + below(kCapacity[box] + 3);
-            Answer expected;
-            for (std::uint32_t i = skip; i < stored && i < skip + wanted; ++i) {
-                expected.fills.push_back(ring.stored[stored - 1 - i].fill);
-            }
-            expected.count = static_cast<std::uint32_t>(expected.fills.size());
+            operation.op = Op::kRead;
+            Answer expected{.values = part(stored, skip, wanted + 1)};
+            expected.count = static_cast<std::uint32_t>(expected.values.size());
             expected.has_buffer = expected.count != 0;
-            ASSERT_EQ(expected, read_newest(box, skip, wanted));
-        } else if (choice < 99) {
-            const std::uint32_t first = below(stored + 3), wanted = below(kCapacity[box] + 3);
-            Answer expected;
-            for (std::uint32_t slot = first; slot < stored && slot < first + wanted; ++slot) {
-                const auto found = std::ranges::find(ring.stored, slot, &ModelBox::Stored::slot);
-                expected.fills.push_back(found->fill);
-            }
-            expected.count = static_cast<std::uint32_t>(expected.fills.size());
-            expected.has_buffer = expected.count != 0;
-            expected.code = first == stored && stored != 0 && wanted != 0 ? 1 : 0;
-            ASSERT_EQ(expected, read_slots(box, first, wanted));
+            ASSERT_EQ(expected, read_newest(box, skip, wanted + 1));
         } else {
-            ASSERT_EQ(0u, KOVA_BoxReset(box));
-            const Bytes bytes = file();
-            const auto* slots = bytes.data() + slot_at(box, 0);
-            ASSERT_TRUE(std::all_of(slots, slots + std::size_t{kRecordBytes[box]} * stored,
-                                    [](std::uint8_t byte) { return byte == 0; }));
-            ring = {};
+            operation.op = Op::kReadSlots;
+            std::ranges::rotate(stored, stored.begin() + next_slot_of(image, box) % std::max(count, 1u));
+            std::ranges::reverse(stored);
+            Answer expected{.code = skip == count && count != 0 && wanted != 0, .values = part(stored, skip, wanted)};
+            expected.count = static_cast<std::uint32_t>(expected.values.size());
+            expected.has_buffer = expected.count != 0;
+            ASSERT_EQ(expected, read_slots(box, skip, wanted));
         }
+        image = Plan(operation, image).image();
+        ASSERT_EQ(image, file());
     }
-    EXPECT_TRUE(heads_are_valid(file()));
 }
 
 TEST_F(BlackBox, RefusesWhatItCannotStore) {
@@ -159,7 +119,7 @@ TEST_F(BlackBox, AFlippedBitOfANodeHeadEmptiesThatBoxOnly) {
             write_file(damaged);
             ASSERT_EQ(0u, read_newest(box, 0, 5).count);
             ASSERT_EQ(3u, read_newest(1 - box, 0, 5).count);
-            ASSERT_TRUE(heads_are_valid(file()));
+            ASSERT_TRUE(heads_are_sound(file()));
         }
     }
 }
@@ -173,10 +133,10 @@ TEST_F(BlackBox, AFlippedBitOfTheFileHeadCostsNoRecord) {
         Bytes damaged = sound;
         damaged[bit / 8] ^= static_cast<std::uint8_t>(1 << bit % 8);
         write_file(damaged);
-        ASSERT_EQ((Answer{.count = 1, .fills = {5}, .has_buffer = true}), read_newest(0, 0, 5));
+        ASSERT_EQ((Answer{.count = 1, .values = {5}, .has_buffer = true}), read_newest(0, 0, 5));
         // The reserved word keeps what was read there; everything else is put right.
         const bool reserved = bit / 8 == 32 || bit / 8 == 33;
-        ASSERT_TRUE(heads_are_valid(file()));
+        ASSERT_TRUE(heads_are_sound(file()));
         ASSERT_EQ(!reserved, file() == sound);
     }
 }
@@ -191,13 +151,13 @@ TEST_F(BlackBox, AShortFileReadsAsZerosAndIsMadeWholeByAnAppend) {
         const Answer answer = read_newest(0, 0, 9);
         EXPECT_EQ(heads_gone ? 0u : 2u, answer.count);
         if (length == slot_at(0, 1)) {
-            EXPECT_EQ((Bytes{0, 5}), answer.fills);
+            EXPECT_EQ((Values{0, 5}), answer.values);
         }
         ASSERT_EQ(0u, KOVA_BoxReset(0));
         ASSERT_EQ(0u, append(0, 5));
         ASSERT_EQ(0u, append(0, 6));
         ASSERT_EQ(0u, KOVA_CreateBox());
-        EXPECT_TRUE(heads_are_valid(file()));
+        EXPECT_TRUE(heads_are_sound(file()));
     }
 }
 
@@ -219,7 +179,7 @@ TEST_F(BlackBox, AHostileNodeHeadReachesNothingOutsideItsBox) {
         {"next slot 0 in a box that is not full", 20, 0, 5, 0, 0, 127, 0, 1},
     };
     ASSERT_EQ(0u, KOVA_CreateBox());
-    for (std::uint8_t i = 0; i < 20; ++i) ASSERT_EQ(0u, append(0, i));
+    for (std::uint32_t i = 0; i < 20; ++i) ASSERT_EQ(0u, append(0, i));
     ASSERT_EQ(0u, append(1, 9));
     const Bytes sound = file();
     const auto outside = [](const Bytes& bytes) {
@@ -241,7 +201,7 @@ TEST_F(BlackBox, AHostileNodeHeadReachesNothingOutsideItsBox) {
             std::uint32_t slot = 999;
             if (reset) {
                 EXPECT_EQ(0u, KOVA_BoxReset(0));
-                EXPECT_EQ(0u, count_of(0));
+                EXPECT_EQ(0u, count_of(file(), 0));
             } else {
                 EXPECT_EQ(c.append_code, append(0, 0xAA, &slot));
                 EXPECT_EQ(c.slot, slot);
@@ -281,15 +241,15 @@ TEST_F(BlackBox, NoAppendOfAnotherThreadOrProcessIsLost) {
         EXPECT_EQ(0, status);
     }
     Answer all = read_newest(1, 0, 100);
-    std::ranges::sort(all.fills);
-    Bytes expected;
+    std::ranges::sort(all.values);
+    Values expected;
     for (int fill = 0; fill < kProcesses * kThreads * kAppends; ++fill) {
-        expected.push_back(static_cast<std::uint8_t>(fill));
+        expected.push_back(static_cast<std::uint32_t>(fill));
     }
-    EXPECT_EQ(expected, all.fills);
+    EXPECT_EQ(expected, all.values);
     EXPECT_EQ(20u, read_newest(0, 0, 100).count);
-    EXPECT_EQ(96u % 20, next_slot_of(0));
-    EXPECT_TRUE(heads_are_valid(file()));
+    EXPECT_EQ(96u % 20, next_slot_of(file(), 0));
+    EXPECT_TRUE(heads_are_sound(file()));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What the black box's tests share: the file by its offsets, worked out apart from the code, and verbs to damage it.
+// What the black box's tests share: verbs for its operations and for damage to its file.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,45 +16,12 @@
 #include "kova/memory.h"
 #include "kova_platform/process_globals.h"
 #include "support/log_recorder.h"
+#include "sysdiag/except/box_model.h"
 
 namespace kova::test {
 
-using Bytes = std::vector<std::uint8_t>;
-
 inline constexpr char kBoxPath[] = "/opt/norvel/var/log/kova_exception_assert";
-inline constexpr std::size_t kFileBytes = 389860;
-inline constexpr std::size_t kNodeOffset[2] = {36, 199428};
-inline constexpr std::uint32_t kCapacity[2] = {20, 100};
-inline constexpr std::uint32_t kRecordBytes[2] = {9968, 1904};
-inline constexpr std::size_t kWriteIndexAt = 8;
-inline constexpr std::size_t kRecordCountAt = 12;
-
-inline std::size_t slot_at(std::uint32_t box, std::size_t slot) {
-    return kNodeOffset[box] + 32 + kRecordBytes[box] * slot;
-}
-
-inline std::uint32_t word_at(const Bytes& bytes, std::size_t at) {
-    return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | static_cast<std::uint32_t>(bytes[at + 3]) << 24;
-}
-
-inline void put_word(Bytes& bytes, std::size_t at, std::uint32_t value) {
-    for (int i = 0; i < 4; ++i) bytes[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> (8 * i));
-}
-
-// Carries are added one by one until none is left.
-inline std::uint16_t model_checksum(const std::uint8_t* data, std::size_t length) {
-    std::uint64_t sum = 0;
-    for (std::size_t i = 0; i < length; ++i) sum += i % 2 == 1 || i + 1 == length ? data[i] * 256u : data[i];
-    while (sum > 0xFFFF) sum = sum - 0x10000 + 1;
-    return static_cast<std::uint16_t>(0xFFFF - sum);
-}
-
-// The checksum stands in the last two of `size` bytes.
-inline void fix_checksum(Bytes& bytes, std::size_t at, std::size_t size) {
-    const std::uint16_t sum = model_checksum(bytes.data() + at, size - 2);
-    bytes[at + size - 2] = static_cast<std::uint8_t>(sum);
-    bytes[at + size - 1] = static_cast<std::uint8_t>(sum >> 8);
-}
+inline constexpr std::uint32_t kMixed = 0xFFFFFFFF;  // of a record that is not the same word throughout
 
 class BlackBox : public ::testing::Test {
   protected:
@@ -63,18 +30,18 @@ class BlackBox : public ::testing::Test {
         log_recorder().clear();
     }
 
-    static Bytes record(std::uint32_t box, std::uint8_t fill) { return Bytes(kRecordBytes[box], fill); }
-
-    static std::uint32_t append(std::uint32_t box, std::uint8_t fill, std::uint32_t* slot = nullptr) {
-        const Bytes data = record(box, fill);
-        return KOVA_BoxWrite(box, data.data(), kRecordBytes[box], slot);
+    static std::uint32_t append(std::uint32_t box, std::uint32_t value, std::uint32_t* slot = nullptr) {
+        return KOVA_BoxWrite(box, record_of(box, value).data(), kRecordBytes[box], slot);
+    }
+    static std::uint32_t rewrite(std::uint32_t box, std::uint32_t value, std::uint32_t slot) {
+        return KOVA_BoxRefresh(box, record_of(box, value).data(), kRecordBytes[box], slot);
     }
 
-    // First byte of each record that a read delivers, after a look that all its bytes are alike.
+    // What a read delivers: the word of each record.
     struct Answer {
         std::uint32_t code = 0;
         std::uint32_t count = 0;
-        Bytes fills{};
+        Values values{};
         bool has_buffer = false;
         bool operator==(const Answer&) const = default;
     };
@@ -91,7 +58,58 @@ class BlackBox : public ::testing::Test {
         return finish(answer, box, records);
     }
 
+    // Reads ask for all that a box may hold.
+    static Answer perform(const Operation& operation) {
+        const std::uint32_t box = operation.box;
+        switch (operation.op) {
+            case Op::kAppend:
+                return {.code = append(box, operation.value)};
+            case Op::kRewrite:
+                return {.code = rewrite(box, operation.value, operation.slot)};
+            case Op::kReset:
+                return {.code = KOVA_BoxReset(box)};
+            case Op::kCreate:
+                return {.code = KOVA_CreateBox()};
+            case Op::kRead:
+                return read_newest(box, 0, kCapacity[box]);
+            case Op::kReadSlots:
+                return read_slots(box, 0, kCapacity[box]);
+        }
+        return {};
+    }
+
+    // The file in every state that matters to an operation. Record i of a box says i, counted from 1.
+    struct State {
+        const char* name;
+        Bytes image;
+    };
+    static const std::vector<State>& states() {
+        static const std::vector<State> all = [] {
+            const auto filled = [](Bytes image, std::uint32_t more0, std::uint32_t more1) {
+                for (std::uint32_t i = 0; i < more0; ++i) image = Plan({Op::kAppend, 0, i + 1}, image).image();
+                for (std::uint32_t i = 0; i < more1; ++i) image = Plan({Op::kAppend, 1, i + 1}, image).image();
+                return image;
+            };
+            const Bytes empty = Plan({Op::kCreate}, {}).image();
+            const Bytes full = filled(empty, 23, 103);
+            Bytes damaged = full;
+            for (const std::size_t at : {std::size_t{5}, kNodeOffset[0] + 30, kNodeOffset[1] + 9}) damaged[at] ^= 1;
+            return std::vector<State>{{"absent", {}},
+                                      {"empty", empty},
+                                      {"filling", filled(empty, 3, 3)},
+                                      {"full", full},
+                                      {"damaged", damaged}};
+        }();
+        return all;
+    }
+    // An empty image is a missing file.
+    static void put(const Bytes& image) {
+        std::filesystem::remove_all(kBoxPath);
+        if (!image.empty()) write_file(image);
+    }
+
     static Bytes file() {
+        if (!std::filesystem::exists(kBoxPath)) return {};
         Bytes bytes(std::filesystem::file_size(kBoxPath));
         std::ifstream in(kBoxPath, std::ios::binary);
         in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
@@ -109,8 +127,6 @@ class BlackBox : public ::testing::Test {
         fix_checksum(bytes, kNodeOffset[box], 32);
         write_file(bytes);
     }
-    static std::uint32_t next_slot_of(std::uint32_t box) { return word_at(file(), kNodeOffset[box] + kWriteIndexAt); }
-    static std::uint32_t count_of(std::uint32_t box) { return word_at(file(), kNodeOffset[box] + kRecordCountAt); }
 
   private:
     static Answer finish(Answer answer, std::uint32_t box, void* records) {
@@ -118,8 +134,9 @@ class BlackBox : public ::testing::Test {
         if (records != nullptr && answer.code == 0) {
             for (std::uint32_t i = 0; i < answer.count; ++i) {
                 const auto* data = static_cast<const std::uint8_t*>(records) + std::size_t{i} * kRecordBytes[box];
-                answer.fills.push_back(data[0]);
-                EXPECT_EQ(0, std::memcmp(data, data + 1, kRecordBytes[box] - 1)) << "record " << i << " is mixed";
+                std::uint32_t value = 0;
+                std::memcpy(&value, data, sizeof value);
+                answer.values.push_back(std::memcmp(data, data + 4, kRecordBytes[box] - 4) == 0 ? value : kMixed);
             }
         }
         KovaBaseFree(g_kovaAgentMemHandle, records, "test", 0);

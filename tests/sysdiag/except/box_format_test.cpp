@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "sysdiag/except/box_fixture.h"
+#include "sysdiag/except/box_model.h"
 
 namespace kova {
 namespace {
