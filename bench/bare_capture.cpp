@@ -1,0 +1,110 @@
+#include "bare_capture.h"
+
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <algorithm>
+#include <string_view>
+
+#include "bare_files.h"
+#include "made_up_crash.h"
+
+namespace kova::bench {
+namespace {
+
+constexpr std::string_view kSectionStart = "\n===";
+constexpr std::string_view kHeapSection = "\n===Dump Heap";
+constexpr std::size_t kLinesBeforeMap = 3;
+constexpr std::size_t kMapPiece = 256;
+constexpr std::size_t kNameReads = 4;  // own and sender's name, in the trace line and in the record
+constexpr std::size_t kHeapBytes = 128;
+
+// Bytes below and above the value that are copied: of a general register, and of sp, pc and fp for the record.
+struct Around {
+    std::size_t below;
+    std::size_t above;
+};
+constexpr Around kGeneral{768, 1024};
+constexpr Around kSpRecord{512, 1024};
+constexpr Around kPcRecord{512, 512};
+constexpr Around kFpRecord{256, 256};
+constexpr Around kSpLive{512, 2048};  // to the end of its page
+
+void write_piece(std::string_view text) {
+    const int log = open_locked(kLogPath, O_APPEND);
+    static_cast<void>(!::write(log, text.data(), text.size()));
+    unlock_close(log);
+}
+
+void read_name() {
+    char name[32];
+    const int file = ::open("/proc/self/comm", O_RDONLY | O_NOFOLLOW);
+    static_cast<void>(!::read(file, name, sizeof name));
+    ::close(file);
+}
+
+void copy_map() {
+    struct stat status {};
+    ::stat("/proc/self/maps_merge", &status);
+    const int map = ::open("/proc/self/maps", O_RDONLY | O_NOFOLLOW);
+    ::fstat(map, &status);
+    const int log = open_locked(kLogPath, O_APPEND);
+    char piece[kMapPiece];
+    for (ssize_t count = 0; (count = ::read(map, piece, sizeof piece)) > 0;) {
+        static_cast<void>(!::write(log, piece, static_cast<std::size_t>(count)));
+    }
+    unlock_close(log);
+    ::close(map);
+}
+
+void copy_memory(const unsigned char* address, std::size_t length) {
+    unsigned char copy[4096];
+    const iovec local{copy, length};
+    const iovec remote{const_cast<unsigned char*>(address), length};
+    ::process_vm_readv(::getpid(), &local, 1, &remote, 1, 0);
+}
+
+void copy_around(const unsigned char* value, Around around) {
+    copy_memory(value - around.below, around.below + around.above);
+}
+
+}  // namespace
+
+BareCapture::BareCapture(const std::string& log, const ucontext_t& context) : record_(sizeof(KovaExceptInfo), '\0') {
+    std::size_t at = 0;
+    for (std::size_t line = 0; line < kLinesBeforeMap; ++line) {
+        const std::size_t end = log.find('\n', at) + 1;
+        lines_.push_back(log.substr(at, end - at));
+        at = end;
+    }
+    // Each section begins with a line feed and is followed by one that is a piece of its own.
+    for (at = log.find(kSectionStart, at); at != log.npos;) {
+        const std::size_t next = log.find(kSectionStart, at + 1);
+        sections_.push_back(log.substr(at, (next == log.npos ? log.size() : next) - at - 1));
+        at = next;
+    }
+    for (const int index : {REG_RDI, REG_RSI, REG_RDX, REG_RCX, REG_R8, REG_R9, REG_RAX, REG_R10, REG_R11, REG_RBX,
+                            REG_R12, REG_R13, REG_R14, REG_R15, REG_RSP, REG_RIP, REG_RBP}) {
+        ranges_.push_back(reinterpret_cast<unsigned char*>(context.uc_mcontext.gregs[index]));
+    }
+}
+
+void BareCapture::run() const {
+    for (std::size_t name = 0; name < kNameReads; ++name) read_name();
+    for (const std::string& line : lines_) write_piece(line);
+    copy_map();
+    static_cast<void>(::syscall(SYS_gettid));
+    const unsigned char* const* const others = &ranges_[kGeneralSections];
+    copy_around(others[0], kSpRecord);
+    copy_around(others[1], kPcRecord);
+    copy_around(others[2], kFpRecord);
+    for (std::size_t i = 0; i < kGeneralSections; ++i) copy_around(ranges_[i], kGeneral);
+    copy_around(others[0], kSpLive);
+    for (const std::string& section : sections_) {
+        if (section.starts_with(kHeapSection)) copy_memory(ranges_[0], kHeapBytes);
+        write_piece(section);
+        write_piece("\n");
+    }
+    append_record(record_.data());
+}
+
+}  // namespace kova::bench
