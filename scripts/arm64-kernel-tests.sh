@@ -113,6 +113,7 @@ boot() {
         -drive "if=none,id=export,format=raw,file=$work/disk.img" -device virtio-blk-device,drive=export \
         </dev/null >"$work/console.log" 2>&1 &
     pid=$!
+    trap 'kill '"$pid"' 2>/dev/null; exit 130' INT TERM
     while kill -0 "$pid" 2>/dev/null; do
         sleep 0.2
         if ((SECONDS - began >= limit)); then

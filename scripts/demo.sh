@@ -154,9 +154,7 @@ if ((inside)); then
     exit
 fi
 
-case $kova_root/ in
-    /opt/* | /run/*) ((!private)) || fail "a private node covers $kova_root; move the project elsewhere or use --here" ;;
-esac
+((!private)) || need_visible_tree
 cd "$kova_root"
 need_packages cmake ninja-build g++ libcli11-dev nlohmann-json3-dev libfmt-dev python3
 say "building into build/demo"

@@ -3,11 +3,12 @@
 #   say TEXT...            a progress line, with the seconds since the script began
 #   fail TEXT...           one sentence to standard error, then exit 1
 #   need_packages NAME...  installs what is missing of these Debian packages
+#   need_visible_tree      fails when the project lies where a private node hides it
 #   run_logged FILE CMD... runs a command with its output in FILE; says that it still runs, shows the end if it failed
 #
 # kova_root is the project's top folder, whatever the current folder is.
 
-kova_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+kova_root=$(CDPATH="" cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)
 
 # What the cross build and the emulated machine need beyond a native build.
 arm64_packages=(g++-aarch64-linux-gnu qemu-system-arm cpio gzip dpkg)
@@ -19,7 +20,15 @@ fail() {
     exit 1
 }
 
-package_installed() { [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]; }
+# A library may be installed for several architectures: one is enough.
+package_installed() { [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed* ]]; }
+
+need_visible_tree() {
+    local hidden
+    for hidden in /opt /run /usr/local/etc /dev/shm; do
+        [[ $kova_root/ != "$hidden"/* ]] || fail "the project lies in $hidden, which private nodes cover: move it elsewhere"
+    done
+}
 
 # sudo asks on the terminal, whatever is redirected; without one it fails instead of waiting.
 as_root() {
@@ -62,6 +71,7 @@ run_logged() {
     mkdir -p "$(dirname "$log")"
     "$@" </dev/null >"$log" 2>&1 &
     pid=$!
+    trap 'kill '"$pid"' 2>/dev/null; exit 130' INT TERM
     while kill -0 "$pid" 2>/dev/null; do
         sleep 0.2
         if ((SECONDS - began >= next)); then
@@ -70,6 +80,7 @@ run_logged() {
         fi
     done
     wait "$pid" || status=$?
+    trap - INT TERM
     if ((status)); then
         say "failed with $status: $* (whole output: $log)"
         tail -n 150 "$log"

@@ -165,6 +165,7 @@ TEST(BoundedFormat, UnusableCallsWriteAtMostAnEmptyText) {
         const char* format;
     } refused[] = {
         {"stores through an argument", "abc%n"},
+        {"stores after a conversion of the C library's", "%f%n"},
         {"ends in a conversion", "abc%"},
         {"width beyond an int", "%99999999999d"},
     };

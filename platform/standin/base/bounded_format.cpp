@@ -350,8 +350,19 @@ Outcome format_into(Sink* sink, const char* format, va_list arguments) {
     return outcome;
 }
 
+// A "%n" anywhere: the C library would store through an argument.
+bool stores_a_count(const char* format) {
+    while ((format = std::strchr(format, '%')) != nullptr) {
+        format += 1 + std::strspn(format + 1, "-+ #0123456789.*'$hlLqjzt");
+        if (*format == 'n') return true;
+        if (*format != '\0') ++format;
+    }
+    return false;
+}
+
 // Not safe in signal handlers.
 [[gnu::noinline]] int format_by_c_library(char* dst, std::size_t size, const char* format, va_list arguments) {
+    if (stores_a_count(format)) return -1;
     va_list own;
     va_copy(own, arguments);
     const int length = std::vsnprintf(dst, size, format, own);

@@ -38,18 +38,22 @@ bool lock_whole_file(int fd, WaitBudget& budget) {
     const bool bounded = in_signal_scope();
     const std::int64_t start_ms = monotonic_ms();
     const std::int64_t limit_ms = budget.left_ms;
+    std::int64_t deadlock_since_ms = -1;
     bool granted = false;
     for (;;) {
         granted = set_lock(fd, F_SETLKW, F_WRLCK) == 0;
         if (granted || (errno != EINTR && errno != EDEADLK)) break;
         const int reason = errno;
-        const std::int64_t waited_ms = monotonic_ms() - start_ms;
+        const std::int64_t now_ms = monotonic_ms();
         errno = reason;
-        if (bounded && waited_ms >= limit_ms) break;
-        if (reason == EDEADLK) {
-            if (waited_ms >= kDeadlockPatienceMs) break;
-            pause_before_retry();
+        if (bounded && now_ms - start_ms >= limit_ms) break;
+        if (reason != EDEADLK) {
+            deadlock_since_ms = -1;
+            continue;
         }
+        if (deadlock_since_ms < 0) deadlock_since_ms = now_ms;
+        if (now_ms - deadlock_since_ms >= kDeadlockPatienceMs) break;
+        pause_before_retry();
     }
     if (bounded) {
         const int saved_errno = errno;

@@ -8,6 +8,7 @@
 
 #include <syslog.h>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 
 #include "base/signal_scope.h"
@@ -18,9 +19,9 @@ namespace kova {
 inline constexpr int kSystemLogTextSize = 512;
 
 // What may be printed of a caller's buffer after a formatting function failed on it and left an empty text, if
-// anything.
+// anything. A size that no formatting function takes leaves the buffer as it was.
 [[nodiscard]] constexpr const char* printable(const char* buffer, std::size_t size) {
-    return buffer != nullptr && size != 0 ? buffer : "";
+    return buffer != nullptr && size != 0 && size <= INT_MAX ? buffer : "";
 }
 
 // A finished text.

@@ -85,7 +85,7 @@ enum class NodeHeadFault { kNone, kMagic, kCounts, kRecordLen, kCheckSum };
                                                        const BoxSpec& spec, std::uint32_t slot);
 
 // Slot that the next append fills. A next slot at or beyond the capacity, which the checks let through, goes round to
-// 0: a box must not stay unwritable for ever.
+// 0 instead of refusing every append.
 [[nodiscard]] std::uint32_t next_slot(const NodeHead& node);
 
 // Moves on after a record was stored in `next_slot`: next slot, count, checksum.
