@@ -1,41 +1,65 @@
-// What kovactl makes of a black box file that anybody may have written: everything that it prints of it. Input: the
-// file, see box_image.h.
+// What kovactl makes of a black box file that anybody may have written. Input: which report (1 byte), then the file,
+// see box_image.h.
 //
-// Beyond what the sanitizers see: whatever is printed is printable ASCII, and JSON that a parser takes.
+// Beyond what the sanitizers see: every report is printable ASCII, and a salvage finds what is counted and what is not.
 #include <string>
-
-#include <fmt/format.h>
+#include <vector>
 
 #include "box_image.h"
-#include "box_snapshot.h"
-#include "box_verify.h"
-#include "record_json.h"
-#include "record_text.h"
+#include "box_report.h"
+#include "box_salvage.h"
 
 namespace kova::fuzz {
 namespace {
 
 using namespace kova::kovactl;
 
-void expect_printable(const std::string& text) {
-    for (const char c : text) KOVA_EXPECT(c == '\n' || (c >= 0x20 && c < 0x7F));
+constexpr std::uint32_t kReports = 8;
+
+// Throws when a text is not UTF-8.
+std::string dump(const Json& json) {
+    return json.dump(2);
 }
 
-void expect_printable(const Verdict& verdict) {
-    for (const auto* const findings : {&verdict.faults, &verdict.notes}) {
-        for (const Finding& finding : *findings) expect_printable(finding.where + finding.what);
+std::string report(const BoxSnapshot& snapshot, const Verdict& verdict, std::uint32_t number) {
+    const auto records = snapshot.newest_first(KOVA_BOX_EXCEPTION);
+    const std::uint32_t some_slot = number % kBoxSpecs[KOVA_BOX_EXCEPTION].recordMax;
+    switch (number % kReports) {
+        case 0:
+            return list_text(snapshot);
+        case 1:
+            return dump(list_json(snapshot));
+        case 2:
+            return verify_text(snapshot, verdict);
+        case 3:
+            return dump(verify_json(snapshot, verdict));
+        case 4:
+            return salvage_text(snapshot);
+        case 5:
+            return dump(salvage_json(snapshot));
+        case 6:
+            return slot_report_text(snapshot, some_slot) + dump(slot_report_json(snapshot, some_slot));
+        default:
+            if (records.empty()) return "";
+            return record_report_text(snapshot, records.back()) + dump(record_report_json(snapshot, records.front()));
+    }
+}
+
+void expect_salvage_is_whole(const BoxSnapshot& snapshot, std::uint32_t box) {
+    std::vector<int> found(kBoxSpecs[box].recordMax);
+    for (const SalvagedRecord& record : salvage(snapshot, box)) ++found[record.slot];
+    for (std::uint32_t slot = 0; slot < found.size(); ++slot) {
+        KOVA_EXPECT(found[slot] == (holds_record(box, snapshot.slot(box, slot)) ? 1 : 0));
     }
 }
 
 void run(Input& input) {
+    const auto number = input.number<std::uint8_t>();
     const BoxSnapshot snapshot("file", make_box_image(input));
-    expect_printable(verify(snapshot));
-    for (const StoredRecord& stored : snapshot.newest_first(0)) {
-        const KovaExceptInfo record = snapshot.exception(stored.slot);
-        expect_printable(record_text(record));
-        expect_printable(record_json(record).dump());
+    for (const char c : report(snapshot, verify(snapshot), number)) {
+        KOVA_EXPECT(c == '\n' || (c >= 0x20 && c < 0x7F));
     }
-    KOVA_EXPECT(snapshot.newest_first(1).size() <= kBoxSpecs[1].recordMax);
+    for (std::uint32_t box = 0; box < kBoxCount; ++box) expect_salvage_is_whole(snapshot, box);
 }
 
 }  // namespace

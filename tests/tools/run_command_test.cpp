@@ -31,6 +31,8 @@ TEST_F(RunCommand, TheProgramsEndIsItsOwn) {
     ASSERT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(SIGSEGV, WTERMSIG(status));
     EXPECT_EQ(1U, stored_records().size());
+    // Down to the bytes behind its texts.
+    EXPECT_EQ(0, run({kKovactl, "box", "verify"}, plain));
 }
 
 TEST_F(RunCommand, TellsWhatCannotBeRun) {

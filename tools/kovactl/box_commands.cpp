@@ -5,46 +5,32 @@
 #include "box_commands.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "box_report.h"
 #include "box_snapshot.h"
 #include "box_verify.h"
-#include "record_json.h"
-#include "record_text.h"
+#include "record_check.h"
 
 namespace kova::kovactl {
 namespace {
 
 constexpr std::uint32_t kBox = KOVA_BOX_EXCEPTION;
-constexpr const char* kBoxContents[kBoxCount] = {"exceptions", "asserts"};
 
 struct BoxOptions {
     std::string file = kLiveBoxFile;
     std::uint32_t index = 0;
+    std::optional<std::uint32_t> slot;
 };
 
 void print_json(const Json& json) {
     fmt::print("{}\n", json.dump(2));
-}
-
-std::string finding_text(const Finding& finding) {
-    return fmt::format("{}, byte {}: {}", finding.where, finding.offset, finding.what);
-}
-
-Json findings_json(const std::vector<Finding>& findings) {
-    Json json = Json::array();
-    for (const Finding& finding : findings) {
-        json.push_back({{"where", finding.where}, {"offset", finding.offset}, {"what", finding.what}});
-    }
-    return json;
 }
 
 // Exit status 1 when the heads that the records are found by are damaged.
@@ -56,63 +42,34 @@ int warn_of_damage(const BoxSnapshot& snapshot) {
     return verdict.faults.empty() ? kExitOk : kExitDamaged;
 }
 
-// Empty when there is nothing to say of the record itself.
-std::string remark_on(const BoxSnapshot& snapshot, const StoredRecord& stored, const KovaExceptInfo& record) {
-    if (record.magic != KOVA_EXCEPT_MARKER) return "not an exception record";
-    const NodeHead node = snapshot.node_head(kBox);
-    if (stored.index + 1 == node.recordMax && oldest_may_be_torn(snapshot, kBox)) return "may be torn";
-    return "";
-}
-
-void print_table(const std::vector<std::array<std::string, 7>>& rows) {
-    std::array<std::size_t, 7> widths{};
-    for (const auto& row : rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-    }
-    for (const auto& row : rows) {
-        std::string line;
-        for (std::size_t i = 0; i < row.size(); ++i) line += fmt::format("{:<{}}  ", row[i], widths[i]);
-        line.erase(line.find_last_not_of(' ') + 1);
-        fmt::print("{}\n", line);
-    }
-}
-
 int list_records(const BoxOptions& options, bool json) {
     const BoxSnapshot snapshot = BoxSnapshot::read(options.file);
     const int status = warn_of_damage(snapshot);
-    const auto records = snapshot.newest_first(kBox);
-    Json list = Json::array();
-    std::vector<std::array<std::string, 7>> rows;
-    rows.push_back({"No", "Time (UTC)", "Signal", "Process", "Thread", "Sender", ""});
-    for (const StoredRecord& stored : records) {
-        const KovaExceptInfo record = snapshot.exception(stored.slot);
-        const std::string remark = remark_on(snapshot, stored, record);
-        if (json) {
-            Json entry{{"index", stored.index}, {"slot", stored.slot}};
-            entry.update(summary_json(record));
-            entry["remark"] = remark;
-            list.push_back(std::move(entry));
-            continue;
-        }
-        rows.push_back({std::to_string(stored.index), format_time(record.time, ' ').value_or("(not a time)"),
-                        signal_text(record), process_text(record.processName, record.processId),
-                        std::to_string(record.threadId),
-                        has_sender(record) ? process_text(record.senderProcessName, record.senderProcessId) : "-",
-                        remark.empty() ? "" : "! " + remark});
-    }
     if (json) {
-        print_json({{"file", snapshot.path()}, {"box", kBox}, {"records", std::move(list)}});
-    } else if (records.empty()) {
-        fmt::print("No records.\n");
+        print_json(list_json(snapshot));
     } else {
-        print_table(rows);
+        fmt::print("{}", list_text(snapshot));
     }
     return status;
+}
+
+int show_slot(const BoxSnapshot& snapshot, std::uint32_t slot, bool json) {
+    if (slot >= kBoxSpecs[kBox].recordMax || !holds_record(kBox, snapshot.slot(kBox, slot))) {
+        complain(fmt::format("there is no record in slot {} of '{}'; see kovactl box salvage", slot, snapshot.path()));
+        return kExitDamaged;
+    }
+    if (json) {
+        print_json(slot_report_json(snapshot, slot));
+    } else {
+        fmt::print("{}", slot_report_text(snapshot, slot));
+    }
+    return kExitOk;
 }
 
 int show_record(const BoxOptions& options, bool json) {
     const BoxSnapshot snapshot = BoxSnapshot::read(options.file);
     const int status = warn_of_damage(snapshot);
+    if (options.slot.has_value()) return std::max(status, show_slot(snapshot, *options.slot, json));
     const auto records = snapshot.newest_first(kBox);
     if (options.index >= records.size()) {
         complain(fmt::format("there is no record {} in '{}', which holds {}; see kovactl box list", options.index,
@@ -120,16 +77,10 @@ int show_record(const BoxOptions& options, bool json) {
         return kExitDamaged;
     }
     const StoredRecord& stored = records[options.index];
-    const KovaExceptInfo record = snapshot.exception(stored.slot);
-    const std::string remark = remark_on(snapshot, stored, record);
     if (json) {
-        Json entry{{"index", stored.index}, {"slot", stored.slot}};
-        entry.update(record_json(record));
-        entry["remark"] = remark;
-        print_json(entry);
+        print_json(record_report_json(snapshot, stored));
     } else {
-        fmt::print("Record {}, slot {}{}\n{}", stored.index, stored.slot, remark.empty() ? "" : "  ! " + remark,
-                   record_text(record));
+        fmt::print("{}", record_report_text(snapshot, stored));
     }
     return status;
 }
@@ -137,38 +88,24 @@ int show_record(const BoxOptions& options, bool json) {
 int verify_file(const BoxOptions& options, bool json) {
     const BoxSnapshot snapshot = BoxSnapshot::read(options.file);
     const Verdict verdict = verify(snapshot);
-    const bool sound = verdict.faults.empty();
     if (json) {
-        Json boxes = Json::array();
-        for (std::uint32_t box = 0; box < kBoxCount; ++box) {
-            const NodeHead node = snapshot.node_head(box);
-            boxes.push_back({{"box", box},
-                             {"holds", kBoxContents[box]},
-                             {"capacity", node.recordMax},
-                             {"stored", node.recordCount},
-                             {"next_slot", node.writeIndex}});
-        }
-        print_json({{"file", snapshot.path()},
-                    {"length", snapshot.length()},
-                    {"sound", sound},
-                    {"boxes", std::move(boxes)},
-                    {"faults", findings_json(verdict.faults)},
-                    {"notes", findings_json(verdict.notes)}});
-        return sound ? kExitOk : kExitDamaged;
+        print_json(verify_json(snapshot, verdict));
+    } else {
+        fmt::print("{}", verify_text(snapshot, verdict));
     }
-    fmt::print("{}: {}\n", snapshot.path(), sound ? "sound" : "damaged");
-    for (std::uint32_t box = 0; box < kBoxCount; ++box) {
-        const NodeHead node = snapshot.node_head(box);
-        fmt::print("box {} ({}): ", box, kBoxContents[box]);
-        if (snapshot.is_unused(box)) {
-            fmt::print("never written, empty\n");
-        } else {
-            fmt::print("{} of {} records, next slot {}\n", node.recordCount, node.recordMax, node.writeIndex);
-        }
+    return verdict.faults.empty() ? kExitOk : kExitDamaged;
+}
+
+int salvage_records(const BoxOptions& options, bool json) {
+    const BoxSnapshot snapshot = BoxSnapshot::read(options.file);
+    const bool is_sound = verify(snapshot).faults.empty();
+    if (!is_sound) complain(fmt::format("warning: '{}' is damaged; see kovactl box verify", snapshot.path()));
+    if (json) {
+        print_json(salvage_json(snapshot));
+    } else {
+        fmt::print("{}", salvage_text(snapshot));
     }
-    for (const Finding& fault : verdict.faults) fmt::print("fault: {}\n", finding_text(fault));
-    for (const Finding& note : verdict.notes) fmt::print("note: {}\n", finding_text(note));
-    return sound ? kExitOk : kExitDamaged;
+    return is_sound ? kExitOk : kExitDamaged;
 }
 
 constexpr struct {
@@ -179,6 +116,7 @@ constexpr struct {
     {"list", "List the exception records, newest first (also without a subcommand)", list_records},
     {"show", "Show one record: header, registers, call stack, memory", show_record},
     {"verify", "Check both boxes: heads, checksums, records", verify_file},
+    {"salvage", "List every record that is still in the file, counted or not", salvage_records},
 };
 
 }  // namespace
@@ -193,7 +131,11 @@ void add_box_commands(CLI::App& app, const CommonOptions& common, Action& action
     for (const auto& command : kCommands) {
         CLI::App* const sub = box->add_subcommand(command.name, command.summary);
         if (command.run == show_record) {
-            sub->add_option("N", options->index, "Number of the record, 0 for the newest")->capture_default_str();
+            auto* const number = sub->add_option("N", options->index, "Number of the record, 0 for the newest");
+            number->capture_default_str();
+            sub->add_option("--slot", options->slot, "Instead of N: what a slot holds, counted or not")
+                ->type_name("SLOT")
+                ->excludes(number);
         }
         sub->callback([&action, &common, options, run = command.run] {
             action = [&common, options, run] { return run(*options, common.json); };

@@ -13,6 +13,8 @@
 
 #include <fmt/core.h>
 
+#include "record_check.h"
+
 namespace kova::kovactl {
 namespace {
 
@@ -114,11 +116,11 @@ Head head_at(const std::vector<std::uint8_t>& bytes, std::size_t offset) {
     return head;
 }
 
-bool is_zero(std::span<const std::uint8_t> bytes) {
-    return std::ranges::all_of(bytes, [](std::uint8_t byte) { return byte == 0; });
-}
-
 }  // namespace
+
+std::uint32_t slot_place(std::uint32_t box, std::uint32_t slot) {
+    return kBoxSpecs[box].nodeOffset + kNodeHeadBytes + slot * kBoxSpecs[box].recordLen;
+}
 
 BoxSnapshot BoxSnapshot::read(const std::string& path) {
     File file(path);
@@ -165,10 +167,18 @@ std::vector<StoredRecord> BoxSnapshot::newest_first(std::uint32_t box) const {
     return records;
 }
 
+std::vector<std::uint32_t> BoxSnapshot::uncounted(std::uint32_t box) const {
+    std::vector<bool> is_counted(kBoxSpecs[box].recordMax);
+    for (const StoredRecord& stored : newest_first(box)) is_counted[stored.slot] = true;
+    std::vector<std::uint32_t> slots;
+    for (std::uint32_t i = kBoxSpecs[box].recordMax; i-- > 0;) {
+        if (!is_counted[i] && holds_record(box, slot(box, i))) slots.push_back(i);
+    }
+    return slots;
+}
+
 std::span<const std::uint8_t> BoxSnapshot::slot(std::uint32_t box, std::uint32_t slot) const {
-    const BoxSpec& spec = kBoxSpecs[box];
-    return std::span(bytes_).subspan(spec.nodeOffset + kNodeHeadBytes + std::size_t{slot} * spec.recordLen,
-                                     spec.recordLen);
+    return std::span(bytes_).subspan(slot_place(box, slot), kBoxSpecs[box].recordLen);
 }
 
 KovaExceptInfo BoxSnapshot::exception(std::uint32_t slot_index) const {

@@ -30,6 +30,9 @@ struct StoredRecord {
     std::uint32_t offset;  // in the file, bytes
 };
 
+// Where the layout has a slot in the file, bytes.
+[[nodiscard]] std::uint32_t slot_place(std::uint32_t box, std::uint32_t slot);
+
 class BoxSnapshot {
   public:
     // Waits up to 5 s for a writer. The live file is not followed through a link, just as its writers do not. Throws
@@ -52,6 +55,10 @@ class BoxSnapshot {
     // Counted records, newest first; none when the node head is invalid. Ends early at a slot that a lying head places
     // outside the box.
     [[nodiscard]] std::vector<StoredRecord> newest_first(std::uint32_t box) const;
+
+    // Slots that begin with the marker of a record and are not among those counted, the last one first. With an invalid
+    // node head, all that begin with it.
+    [[nodiscard]] std::vector<std::uint32_t> uncounted(std::uint32_t box) const;
 
     // The bytes of one slot as the layout has them, slot below the layout's capacity. What lies beyond the end of the
     // file is zero, as for the agent.

@@ -2,25 +2,15 @@
 #include "box_verify.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
-#include <cstring>
-#include <ctime>
-#include <tuple>
+#include <utility>
 
 #include <fmt/format.h>
 
+#include "record_check.h"
+
 namespace kova::kovactl {
 namespace {
-
-constexpr std::uint32_t kMarkers[kBoxCount] = {KOVA_EXCEPT_MARKER, 0xAEAEAEAE};
-constexpr std::size_t kTimeOffset = 8;  // in the records of both boxes, broken down
-
-std::uint32_t word_at(std::span<const std::uint8_t> bytes, std::size_t offset) {
-    std::uint32_t word = 0;
-    std::memcpy(&word, bytes.data() + offset, sizeof word);
-    return word;
-}
 
 // Looks at one head and keeps what it finds, with where it stands.
 class HeadCheck {
@@ -109,47 +99,24 @@ void check_node_head(const BoxSnapshot& snapshot, std::uint32_t box, Verdict& ve
     }
 }
 
-// Seconds, minutes, ... years of a record's time as something that can be compared.
-std::array<std::int32_t, 6> time_key(std::span<const std::uint8_t> record) {
-    std::array<std::int32_t, 6> fields{};
-    std::memcpy(fields.data(), record.data() + kTimeOffset, sizeof fields);
-    std::ranges::reverse(fields);
-    return fields;
-}
-
-void check_exception(const KovaExceptInfo& record, HeadCheck& check) {
-    const struct {
-        const char* name;
-        std::size_t at;
-        std::uint32_t length, room;
-    } lengths[] = {
-        {"spDumpLength", offsetof(KovaExceptInfo, spDumpLength), record.spDumpLength, sizeof record.spDump},
-        {"pcDumpLength", offsetof(KovaExceptInfo, pcDumpLength), record.pcDumpLength, sizeof record.pcDump},
-        {"lrDumpLength", offsetof(KovaExceptInfo, lrDumpLength), record.lrDumpLength, sizeof record.lrDump},
-        {"fpDumpLength", offsetof(KovaExceptInfo, fpDumpLength), record.fpDumpLength, sizeof record.fpDump},
-        {"callStackDepth", offsetof(KovaExceptInfo, callStackDepth), record.callStackDepth, KOVA_CALL_STACK_MAX},
-    };
-    for (const auto& field : lengths) {
-        if (field.length > field.room) {
-            check.fault(field.at, fmt::format("{} is {}, at most {} fit", field.name, field.length, field.room));
-        }
+// A record that is not counted stands at the write index when its writer died between the two. Further ones are what a
+// rebuilt head no longer knows of.
+void note_uncounted(const BoxSnapshot& snapshot, std::uint32_t box, Verdict& verdict) {
+    std::vector<std::uint32_t> slots = snapshot.uncounted(box);
+    const NodeHead node = snapshot.node_head(box);
+    const std::uint32_t next = next_slot(node);
+    if (kova::check_node_head(node, kBoxSpecs[box]) == NodeHeadFault::kNone && std::erase(slots, next) != 0) {
+        verdict.notes.push_back({fmt::format("box {}, slot {}", box, next), slot_place(box, next),
+                                 "holds a record that is not counted: its writer died before counting it, or the box "
+                                 "was emptied because its head was damaged"});
     }
-    const struct {
-        const char* name;
-        std::size_t at;
-        std::span<const char> text;
-    } texts[] = {
-        {"signalName", offsetof(KovaExceptInfo, signalName), record.signalName},
-        {"processName", offsetof(KovaExceptInfo, processName), record.processName},
-        {"senderProcessName", offsetof(KovaExceptInfo, senderProcessName), record.senderProcessName},
-        {"platformName", offsetof(KovaExceptInfo, platformName), record.platformName},
-        {"platformVersion", offsetof(KovaExceptInfo, platformVersion), record.platformVersion},
-    };
-    for (const auto& field : texts) {
-        if (std::ranges::find(field.text, '\0') == field.text.end()) {
-            check.fault(field.at, fmt::format("{} is not terminated", field.name));
-        }
-    }
+    if (slots.empty()) return;
+    std::ranges::reverse(slots);
+    verdict.notes.push_back({fmt::format("box {}, slot{} {}", box, slots.size() == 1 ? "" : "s", slots_text(slots)),
+                             slot_place(box, slots.front()),
+                             fmt::format("{} not counted, since the box's head is damaged or was written anew; see "
+                                         "kovactl box salvage",
+                                         slots.size() == 1 ? "a record is" : "records are")});
 }
 
 void check_records(const BoxSnapshot& snapshot, std::uint32_t box, Verdict& verdict) {
@@ -157,35 +124,37 @@ void check_records(const BoxSnapshot& snapshot, std::uint32_t box, Verdict& verd
     if (kova::check_node_head(node, kBoxSpecs[box]) != NodeHeadFault::kNone) return;
     const auto records = snapshot.newest_first(box);
     for (const StoredRecord& stored : records) {
-        const auto bytes = snapshot.slot(box, stored.slot);
+        const auto slot = snapshot.slot(box, stored.slot);
         HeadCheck check(verdict.faults, fmt::format("box {}, slot {}", box, stored.slot), stored.offset);
-        check.equal_hex("marker", 0, word_at(bytes, 0), kMarkers[box]);
-        if (box == KOVA_BOX_EXCEPTION) check_exception(snapshot.exception(stored.slot), check);
+        check.equal_hex("marker", 0, marker_of(slot), kMarkers[box]);
+        for (RecordFault& fault : record_faults(box, slot)) check.fault(fault.at, std::move(fault.what));
     }
     if (records.size() < node.recordCount) {
         verdict.faults.push_back({fmt::format("box {}", box), kBoxSpecs[box].nodeOffset,
                                   fmt::format("{} of the {} records counted do not lie in the box's slots",
                                               node.recordCount - records.size(), node.recordCount)});
     }
-    const std::uint32_t next = next_slot(node);
-    if (next >= kBoxSpecs[box].recordMax) return;
-    const std::uint64_t next_offset =
-        std::uint64_t{kBoxSpecs[box].nodeOffset} + kNodeHeadBytes + std::uint64_t{kBoxSpecs[box].recordLen} * next;
-    const std::string where = fmt::format("box {}, slot {}", box, next);
-    if (node.recordCount < node.recordMax) {
-        if (word_at(snapshot.slot(box, next), 0) == kMarkers[box]) {
-            verdict.notes.push_back({where, next_offset,
-                                     "holds a record that is not counted: its writer died before counting it, or the "
-                                     "box was emptied because its head was damaged"});
-        }
-    } else if (oldest_may_be_torn(snapshot, box)) {
-        verdict.notes.push_back({where, next_offset,
+    if (oldest_may_be_torn(snapshot, box)) {
+        const StoredRecord& oldest = records.back();
+        verdict.notes.push_back({fmt::format("box {}, slot {}", box, oldest.slot), oldest.offset,
                                  "the oldest record is later than the newest: a writer that was replacing it may have "
                                  "died, and it may be a mixture of both"});
     }
 }
 
 }  // namespace
+
+std::string slots_text(std::span<const std::uint32_t> slots) {
+    std::string text;
+    for (std::size_t i = 0; i < slots.size();) {
+        std::size_t last = i;
+        while (last + 1 < slots.size() && slots[last + 1] == slots[last] + 1) ++last;
+        text += fmt::format("{}{}", text.empty() ? "" : ", ", slots[i]);
+        if (last > i) text += fmt::format("{}{}", last == i + 1 ? ", " : " to ", slots[last]);
+        i = last + 1;
+    }
+    return text;
+}
 
 bool oldest_may_be_torn(const BoxSnapshot& snapshot, std::uint32_t box) {
     const auto records = snapshot.newest_first(box);
@@ -207,6 +176,7 @@ Verdict verify(const BoxSnapshot& snapshot) {
     for (std::uint32_t box = 0; box < kBoxCount; ++box) {
         check_node_head(snapshot, box, verdict);
         check_records(snapshot, box, verdict);
+        note_uncounted(snapshot, box, verdict);
     }
     return verdict;
 }

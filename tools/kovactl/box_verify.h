@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,9 @@ struct Verdict {
 
 // The part of verify() that concerns the heads of the file and of one box: what a reader of that box must know.
 [[nodiscard]] Verdict verify_heads(const BoxSnapshot& snapshot, std::uint32_t box);
+
+// "0, 3, 5 to 7" of slots that go up.
+[[nodiscard]] std::string slots_text(std::span<const std::uint32_t> slots);
 
 // The oldest record of a full box carries a later time than the newest: a writer that was replacing it died before the
 // record was counted, so it is the new one or a mixture of both. Or a clock went back.

@@ -45,13 +45,14 @@ Json dumps_json(const KovaExceptInfo& record) {
 
 }  // namespace
 
+Json time_json(const struct tm& time) {
+    const auto text = format_time(time, 'T');
+    return text.has_value() ? Json(*text + "Z") : Json(nullptr);
+}
+
 Json summary_json(const KovaExceptInfo& record) {
     Json json;
-    if (const auto time = format_time(record.time, 'T')) {
-        json["time"] = *time + "Z";
-    } else {
-        json["time"] = nullptr;
-    }
+    json["time"] = time_json(record.time);
     json["signal"] = {
         {"number", record.signalNumber}, {"name", escape_text(record.signalName)}, {"code", record.signalCode}};
     json["process"] = {{"id", record.processId}, {"name", escape_text(record.processName)}};

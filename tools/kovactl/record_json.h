@@ -12,6 +12,9 @@ namespace kova::kovactl {
 
 using Json = nlohmann::ordered_json;
 
+// "2025-03-04T05:06:07Z", or null for what is no time.
+[[nodiscard]] Json time_json(const struct tm& time);
+
 // Time, signal, process, thread, sender.
 [[nodiscard]] Json summary_json(const KovaExceptInfo& record);
 

@@ -1,0 +1,84 @@
+// What the tests of kovactl box share: the tool as a user runs it, records, and files to be damaged byte by byte.
+#pragma once
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "box_snapshot.h"
+#include "kova/black_box.h"
+
+namespace kova::kovactl {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+
+inline constexpr char kCopy[] = "/opt/copy";
+
+struct Result {
+    std::string output;  // both channels
+    int status;
+};
+
+inline Result kovactl(const std::string& arguments) {
+    std::FILE* const pipe = ::popen(("{ " + std::string(KOVACTL) + " " + arguments + "; } 2>&1").c_str(), "r");
+    Result result{};
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) result.output.push_back(static_cast<char>(c));
+    const int status = ::pclose(pipe);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+inline KovaExceptInfo make_record(int number) {
+    KovaExceptInfo record{};
+    record.magic = KOVA_EXCEPT_MARKER;
+    record.time.tm_year = 125;
+    record.time.tm_mon = 10;
+    record.time.tm_mday = 5;
+    record.time.tm_hour = 23;
+    record.time.tm_sec = number;
+    record.signalNumber = number % 2 == 0 ? 11 : 15;
+    std::strcpy(record.signalName, number % 2 == 0 ? "SIGSEGV" : "SIGTERM");
+    record.signalCode = number % 2 == 0 ? 1 : 0;
+    record.processId = 4000 + number;
+    record.threadId = 5000 + number;
+    std::strcpy(record.processName, "routed");
+    record.senderProcessId = 77;
+    std::strcpy(record.senderProcessName, "init");
+    return record;
+}
+
+inline void append(const KovaExceptInfo& record) {
+    ASSERT_EQ(0u, KOVA_BoxWrite(0, &record, sizeof record, nullptr));
+}
+
+inline Bytes read_file(const char* path) {
+    Bytes bytes(fs::file_size(path));
+    std::ifstream(path, std::ios::binary)
+        .read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
+}
+
+inline void write_file(const char* path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+template <typename T>
+T* at(Bytes& bytes, std::size_t offset) {
+    return reinterpret_cast<T*>(bytes.data() + offset);
+}
+
+class KovactlBox : public ::testing::Test {
+  protected:
+    void SetUp() override { fs::remove_all(kLiveBoxFile); }
+};
+
+}  // namespace kova::kovactl
