@@ -1,10 +1,6 @@
 // The black box as its users see it, through the shared library and the file it leaves.
-#include <sys/wait.h>
-
 #include <algorithm>
-#include <array>
 #include <random>
-#include <thread>
 
 #include "sysdiag/except/box_fixture.h"
 
@@ -209,47 +205,6 @@ TEST_F(BlackBox, AHostileNodeHeadReachesNothingOutsideItsBox) {
             EXPECT_EQ(outside(sound), outside(file()));
         }
     }
-}
-
-// Many small operations of several threads in several processes at once. Each record is one of a kind.
-TEST_F(BlackBox, NoAppendOfAnotherThreadOrProcessIsLost) {
-    constexpr std::uint8_t kProcesses = 4, kThreads = 3, kAppends = 8;  // 96 of 100 slots
-    std::vector<pid_t> children;
-    for (std::uint8_t process = 0; process < kProcesses; ++process) {
-        const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            std::array<std::thread, kThreads> threads;
-            std::array<std::uint32_t, kThreads> failures{};
-            for (std::uint8_t t = 0; t < kThreads; ++t) {
-                threads[t] = std::thread([=, &failures] {
-                    for (std::uint8_t i = 0; i < kAppends; ++i) {
-                        const int fill = (process * kThreads + t) * kAppends + i;
-                        failures[t] += append(1, static_cast<std::uint8_t>(fill)) != 0;
-                        failures[t] += append(0, static_cast<std::uint8_t>(fill)) != 0;
-                    }
-                });
-            }
-            for (auto& thread : threads) thread.join();
-            ::_exit(failures == std::array<std::uint32_t, kThreads>{} ? 0 : 1);
-        }
-        children.push_back(child);
-    }
-    for (const pid_t child : children) {
-        int status = -1;
-        ASSERT_EQ(child, ::waitpid(child, &status, 0));
-        EXPECT_EQ(0, status);
-    }
-    Answer all = read_newest(1, 0, 100);
-    std::ranges::sort(all.values);
-    Values expected;
-    for (int fill = 0; fill < kProcesses * kThreads * kAppends; ++fill) {
-        expected.push_back(static_cast<std::uint32_t>(fill));
-    }
-    EXPECT_EQ(expected, all.values);
-    EXPECT_EQ(20u, read_newest(0, 0, 100).count);
-    EXPECT_EQ(96u % 20, next_slot_of(file(), 0));
-    EXPECT_TRUE(heads_are_sound(file()));
 }
 
 }  // namespace

@@ -30,6 +30,8 @@ struct Calls {
     // Decides what becomes of a call; sets errno for one that fails. May do what another process would do meanwhile.
     std::function<Fate(std::string_view call)> decide{};
     bool recording = false;
+    // Sees the calls of all threads, recorded or not.
+    std::function<void(std::string_view call)> observe{};
     std::vector<std::string_view> made{};
     std::vector<Step> changes{};  // writes and lengths, in their order
     std::string command{};        // the last that was given to the shell
@@ -51,6 +53,7 @@ class Watch {
     Watch& operator=(const Watch&) = delete;
     ~Watch() {
         calls().decide = {};
+        calls().observe = {};
         calls().recording = false;
     }
 };
@@ -66,6 +69,7 @@ inline auto failing(std::string_view kind, int at = 1, int times = 1, int error 
 
 template <typename Real>
 long decided(std::string_view call, Real real) {
+    if (calls().observe) calls().observe(call);
     if (!calls().recording) return real(false);
     const Fate fate = calls().decide ? calls().decide(call) : Fate::kNormal;
     calls().made.push_back(call);
