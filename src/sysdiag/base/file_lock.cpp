@@ -34,8 +34,8 @@ void pause_before_retry() {
 
 }  // namespace
 
-bool lock_whole_file(int fd, WaitBudget& budget) {
-    const bool bounded = in_signal_scope();
+bool lock_whole_file(int fd, WaitBudget& budget, const CallingThread& thread) {
+    const bool bounded = thread.in_handler;
     const std::int64_t start_ms = monotonic_ms();
     const std::int64_t limit_ms = budget.left_ms;
     std::int64_t deadlock_since_ms = -1;

@@ -74,10 +74,10 @@ void ProcessLock::release(ThreadKey self) {
     if (waiters_.load() != 0) wake_one(turn_);
 }
 
-ScopedProcessLock::ScopedProcessLock(ProcessLock& lock, WaitBudget& budget) KOVA_NO_THREAD_SAFETY_ANALYSIS
-    : lock_(lock),
-      self_(this_thread_key()) {
-    if (!in_signal_scope()) {
+ScopedProcessLock::ScopedProcessLock(ProcessLock& lock, WaitBudget& budget,
+                                     const CallingThread& thread) KOVA_NO_THREAD_SAFETY_ANALYSIS : lock_(lock),
+                                                                                                   self_(thread.key) {
+    if (!thread.in_handler) {
         const sigset_t blocked = asynchronous_signals();
         masked_ = ::pthread_sigmask(SIG_BLOCK, &blocked, &old_mask_) == 0;
         held_ = lock_.acquire(self_, kWaitForEver);

@@ -45,7 +45,8 @@ class KOVA_SCOPED_CAPABILITY ScopedProcessLock {
   public:
     // Inside the record handler the wait is taken off `budget`, and made once: a thread that did not let go in that
     // time is passed by from then on.
-    ScopedProcessLock(ProcessLock& lock, WaitBudget& budget) KOVA_ACQUIRE(lock);
+    ScopedProcessLock(ProcessLock& lock, WaitBudget& budget, const CallingThread& thread = calling_thread())
+        KOVA_ACQUIRE(lock);
     ~ScopedProcessLock() KOVA_RELEASE();
     ScopedProcessLock(const ScopedProcessLock&) = delete;
     ScopedProcessLock& operator=(const ScopedProcessLock&) = delete;

@@ -17,7 +17,7 @@ constexpr int kRestarts = 3;
 }  // namespace
 
 OpenStep SharedFile::open_locked(const Steps& steps) {
-    process_lock_.emplace(kind_.lock, kind_.budget());
+    process_lock_.emplace(kind_.lock, kind_.budget(), thread_);
     OpenStep failed = OpenStep::kLock;
     for (int restarts = 0; restarts <= kRestarts; ++restarts) {
         fd_ =
@@ -30,7 +30,7 @@ OpenStep SharedFile::open_locked(const Steps& steps) {
             failed = OpenStep::kPrepare;
             break;
         }
-        if (!lock_whole_file(fd_.get(), kind_.budget())) break;
+        if (!lock_whole_file(fd_.get(), kind_.budget(), thread_)) break;
         locked_ = true;
         if (!was_removed()) return OpenStep::kDone;
         // What was locked is nobody's file any more. The lock goes with the descriptor.

@@ -43,6 +43,9 @@ class SharedFile {
         void* context = nullptr;
     };
 
+    // Inside the record handler: nothing is left of the time for waits, so that it is better not to try.
+    [[nodiscard]] bool budget_is_spent() const { return thread_.in_handler && kind_.budget().left_ms <= 0; }
+
     // Opens, prepares and locks. On failure answers the step that failed, with errno; the file is closed again and the
     // locks are released, except that nothing is undone of what `prepare` did.
     [[nodiscard]] OpenStep open_locked(const Steps& steps);
@@ -57,6 +60,7 @@ class SharedFile {
     [[nodiscard]] bool was_removed() const;
 
     const SharedFileKind& kind_;
+    const CallingThread thread_ = calling_thread();
     std::optional<ScopedProcessLock> process_lock_;
     UniqueFd fd_;
     bool locked_ = false;

@@ -13,7 +13,7 @@ namespace {
 
 struct ScopeState {
     int depth = 0;
-    pid_t pid = 0;  // whose depth it is
+    ThreadKey thread = 0;  // whose depth it is
     WaitBudget log{};
     WaitBudget box{};
 };
@@ -23,8 +23,8 @@ constinit thread_local ScopeState t_scope;
 }  // namespace
 
 SignalScope::SignalScope() : saved_errno_(errno) {
-    const pid_t pid = ::getpid();
-    if (t_scope.pid != pid) t_scope = ScopeState{.pid = pid};
+    const ThreadKey thread = this_thread_key();
+    if (t_scope.thread != thread) t_scope = ScopeState{.thread = thread};
     if (++t_scope.depth == 1) {
         t_scope.log = WaitBudget{.left_ms = kLogWaitMs};
         t_scope.box = WaitBudget{.left_ms = kBoxWaitMs};
@@ -41,7 +41,12 @@ bool SignalScope::is_nested() const {
 }
 
 bool in_signal_scope() {
-    return t_scope.depth > 0 && t_scope.pid == ::getpid();
+    return t_scope.depth > 0 && key_pid(t_scope.thread) == static_cast<std::uint32_t>(::getpid());
+}
+
+CallingThread calling_thread() {
+    if (in_signal_scope()) return {.key = t_scope.thread, .in_handler = true};
+    return {.key = this_thread_key(), .in_handler = false};
 }
 
 int signal_scope_depth() {

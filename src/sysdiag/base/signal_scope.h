@@ -47,6 +47,14 @@ class SignalScope {
 // True between entry and return of the record handler on this thread.
 [[nodiscard]] bool in_signal_scope();
 
+// What an operation on a shared file has to know of the thread that runs it. To be asked for once in an operation: it
+// takes one system call inside the handler, two outside.
+struct CallingThread {
+    ThreadKey key;
+    bool in_handler;
+};
+[[nodiscard]] CallingThread calling_thread();
+
 // How many entries are open on this thread, and the way back to that number for one that jumps out of the entries
 // above.
 [[nodiscard]] int signal_scope_depth();

@@ -25,8 +25,8 @@ using ThreadKey = std::uint64_t;
 
 [[nodiscard]] inline std::int64_t monotonic_ms() {
     timespec now{};
-    // Cannot fail for this clock.
-    static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
+    // Cannot fail for this clock, which is a few milliseconds coarse and costs a fifth of the exact one.
+    static_cast<void>(::clock_gettime(CLOCK_MONOTONIC_COARSE, &now));
     return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
 }
 

@@ -107,10 +107,10 @@ MapSource::MapSource() : text_(-1) {
 }  // namespace kova
 
 void KOVA_DumpMapsFile(void) {
-    if (kova::log_budget_is_spent()) return;
+    kova::SharedFile log(kova::kExceptionLog);
+    if (log.budget_is_spent()) return;
     const kova::UniqueFd map = kova::open_map_file();
     if (!map.is_open()) return;
-    kova::SharedFile log(kova::kExceptionLog);
     if (log.open_locked() != kova::OpenStep::kDone) return;
     const off_t first = ::lseek(log.fd(), 0, SEEK_END);
     const off_t copied = kova::copy_all(map.get(), log.fd());

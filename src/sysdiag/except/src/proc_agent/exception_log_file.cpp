@@ -32,14 +32,9 @@ constinit const SharedFileKind kExceptionLog{.path = "/opt/norvel/var/log/kova_e
                                              .lock = g_log_lock,
                                              .budget = log_wait_budget};
 
-bool log_budget_is_spent() {
-    return in_signal_scope() && log_wait_budget().left_ms <= 0;
-}
-
 Code write_to_log(std::string_view text) {
-    if (log_budget_is_spent()) return kFailed;
     SharedFile log(kExceptionLog);
-    if (log.open_locked() != OpenStep::kDone) return kFailed;
+    if (log.budget_is_spent() || log.open_locked() != OpenStep::kDone) return kFailed;
     const ssize_t written = write_once(log.fd(), text.data(), text.size());
     return code_of(written >= 0 && static_cast<std::size_t>(written) >= text.size());
 }

@@ -18,7 +18,4 @@ Code write_to_log(std::string_view text);
 // The piece and then, as a second one, a line feed. Nothing at all for an empty text.
 void write_section_to_log(std::string_view text);
 
-// True when the capture on this thread has waited for the log as long as it may: the rest of its pieces is dropped.
-[[nodiscard]] bool log_budget_is_spent();
-
 }  // namespace kova
