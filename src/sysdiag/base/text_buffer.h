@@ -12,6 +12,10 @@
 
 namespace kova {
 
+// Writes exactly `digits` lowercase digits, an even number of them, and answers the end; higher ones are left out.
+// Nothing is terminated.
+char* put_hex(char* out, std::uint64_t value, unsigned digits);
+
 class TextBuffer {
   public:
     // Continues a text of `length` characters that stands in the buffer. size is 1 or more, length below it.

@@ -17,7 +17,7 @@ constexpr std::size_t kWordSize = sizeof(std::uint32_t);
 constexpr std::size_t kLineSize = 4 * kWordSize;
 
 // Read from live memory at a time: what is on the stack of a capture for it.
-constexpr std::size_t kPieceSize = 8 * kLineSize;
+constexpr std::size_t kPieceSize = 32 * kLineSize;
 
 void append_range(TextBuffer& text, std::uint64_t start, std::uint64_t end) {
     text.append(" in maps(");
@@ -27,20 +27,29 @@ void append_range(TextBuffer& text, std::uint64_t start, std::uint64_t end) {
     text.append(')');
 }
 
-// Words at `offset` from the start of the section.
-void append_words_at(TextBuffer& text, std::uint64_t start, std::uint64_t offset, std::span<const std::uint8_t> bytes) {
-    for (std::size_t at = 0; at + kWordSize <= bytes.size() && !text.was_cut(); at += kWordSize) {
-        const std::uint64_t from_start = offset + at;
-        if (from_start % kLineSize == 0) {
-            text.append("\n0x");
-            text.append_hex(start + from_start, 16);
-            text.append(":\t");
-        }
+char* put(char* out, std::string_view text) {
+    std::memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
+
+// "\n0x%.16llx:\t" and up to four times "0x%.8x ".
+void append_line(TextBuffer& text, std::uint64_t address, std::span<const std::uint8_t> bytes) {
+    char line[80];
+    char* end = put_hex(put(line, "\n0x"), address, 16);
+    end = put(end, ":\t");
+    for (std::size_t at = 0; at + kWordSize <= bytes.size(); at += kWordSize) {
         std::uint32_t word = 0;
         std::memcpy(&word, bytes.data() + at, kWordSize);
-        text.append("0x");
-        text.append_hex(word, 8);
-        text.append(' ');
+        end = put(put_hex(put(end, "0x"), word, 8), " ");
+    }
+    text.append(std::string_view(line, static_cast<std::size_t>(end - line)));
+}
+
+// Whole lines, and a last one that may be shorter.
+void append_lines(TextBuffer& text, std::uint64_t address, std::span<const std::uint8_t> bytes) {
+    const std::size_t whole_words = bytes.size() - bytes.size() % kWordSize;
+    for (std::size_t at = 0; at < whole_words && !text.was_cut(); at += kLineSize) {
+        append_line(text, address + at, bytes.subspan(at, std::min(kLineSize, whole_words - at)));
     }
 }
 
@@ -62,7 +71,7 @@ void append_heap_header(TextBuffer& text, std::uint64_t start, std::uint64_t end
 }
 
 void append_words(TextBuffer& text, std::uint64_t start, std::span<const std::uint8_t> bytes) {
-    append_words_at(text, start, 0, bytes);
+    append_lines(text, start, bytes);
 }
 
 void append_live_words(TextBuffer& text, std::uint64_t start, std::uint64_t length) {
@@ -71,7 +80,7 @@ void append_live_words(TextBuffer& text, std::uint64_t start, std::uint64_t leng
     for (std::uint64_t offset = 0; offset < whole_words && !text.was_cut();) {
         const std::size_t wanted = std::min<std::uint64_t>(kPieceSize, whole_words - offset);
         const std::size_t got = read_memory(start + offset, {piece, wanted});
-        append_words_at(text, start, offset, {piece, got});
+        append_lines(text, start + offset, {piece, got});
         if (got < wanted) return;
         offset += got;
     }
