@@ -71,6 +71,14 @@ ssize_t read_once(int fd, void* buffer, std::size_t length) {
     return count;
 }
 
+ssize_t read_at(int fd, void* buffer, std::size_t length, off_t position) {
+    ssize_t count = 0;
+    do {
+        count = ::pread(fd, buffer, length, position);
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
 ssize_t write_once(int fd, const void* data, std::size_t length) {
     ssize_t count = 0;
     do {

@@ -39,4 +39,7 @@ class UniqueFd {
 [[nodiscard]] ssize_t read_once(int fd, void* buffer, std::size_t length);
 [[nodiscard]] ssize_t write_once(int fd, const void* data, std::size_t length);
 
+// Likewise, from a position of its own.
+[[nodiscard]] ssize_t read_at(int fd, void* buffer, std::size_t length, off_t position);
+
 }  // namespace kova

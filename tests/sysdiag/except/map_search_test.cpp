@@ -156,16 +156,23 @@ TEST(MapSearch, ACopyIsReadNoFurtherThanItsEnd) {
     const std::string map = "1000-2000 r--p 0 0:0 0\n3000-4000 r--p 0 0:0 0";
     const std::string before = "text of the report\n";
     const TextFile file(before + map + "\n5000-6000 r--p 0 0:0 0\n");
-    MapText text(file.fd(), static_cast<off_t>(before.size()), static_cast<std::uint32_t>(map.size()));
     char line[kLineSize];
-    KovaMapRecord record{};
-    EXPECT_EQ(0, read_map_record(text, 0, record, line));
-    EXPECT_EQ(0x1000U, record.start);
-    EXPECT_EQ(0, read_map_record(text, 1, record, line));
-    EXPECT_EQ(0x3000U, record.start);
-    EXPECT_STREQ("3000-4000 r--p 0 0:0 0", line);
-    EXPECT_EQ(-1, read_map_record(text, 30, record, line));
-    EXPECT_EQ(-1, read_map_record(text, 4'000'000'000U, record, line));
+    char window[kLineSize];
+    for (const std::size_t window_size : {0U, 1U, 2U, 10U, 33U, 256U}) {
+        SCOPED_TRACE(window_size);
+        MapText text(file.fd(), static_cast<off_t>(before.size()), static_cast<std::uint32_t>(map.size()),
+                     {window, window_size});
+        KovaMapRecord record{};
+        EXPECT_EQ(0, read_map_record(text, 0, record, line));
+        EXPECT_EQ(0x1000U, record.start);
+        EXPECT_EQ(0, read_map_record(text, 1, record, line));
+        EXPECT_EQ(0x3000U, record.start);
+        EXPECT_STREQ("3000-4000 r--p 0 0:0 0", line);
+        EXPECT_EQ(0, read_map_record(text, 0, record, line));
+        EXPECT_STREQ("1000-2000 r--p 0 0:0 0", line);
+        EXPECT_EQ(-1, read_map_record(text, 30, record, line));
+        EXPECT_EQ(-1, read_map_record(text, 4'000'000'000U, record, line));
+    }
 }
 
 std::string random_line(std::mt19937& random) {

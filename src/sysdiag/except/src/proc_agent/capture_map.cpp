@@ -8,23 +8,31 @@
 #include <unistd.h>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <limits>
+#include <span>
 
 #include "base/checked.h"
+#include "base/shared_word.h"
 #include "base/signal_scope.h"
 #include "except/src/proc_agent/exception_log_file.h"
 #include "except/src/proc_agent/map_file.h"
 #include "kova/memory_map.h"
+#include "kova_platform/process_globals.h"
 
 #include "base/signal_path.h"
 
 namespace kova {
 namespace {
 
+constexpr std::size_t kWindowSize = 8192;
+static_assert(kMapLineSize + kWindowSize <= KOVA_EXCEPT_TEXT_SIZE);
+
 struct MapCopy {
     int fd = -1;  // none that can be used
     off_t first = 0;
     std::uint32_t length = 0;
+    char path[kMapPathSize] = "";  // of what was copied
 };
 
 // Whose capture it is; 0 for nobody. A child made with vfork leaves its own mark here, with its own pid in it.
@@ -34,7 +42,7 @@ constinit std::atomic<ThreadKey> g_capturing_thread{0};
 constinit MapCopy g_copy;
 
 bool is_capturing() {
-    return g_capturing_thread.load(std::memory_order_relaxed) == this_thread_key();
+    return g_capturing_thread.load(std::memory_order_relaxed) == calling_thread().key;
 }
 
 void close_copy() {
@@ -63,12 +71,20 @@ bool is_at_end(int log, off_t first, off_t copied) {
     return ::fstat(log, &status) == 0 && S_ISREG(status.st_mode) && status.st_size - first == copied;
 }
 
-void keep_copy(int log, off_t first, off_t copied) {
+void keep_copy(int log, off_t first, off_t copied, const char (&path)[kMapPathSize]) {
     if (first < 0 || copied < 0 || copied > std::numeric_limits<std::int32_t>::max()) return;
     if (g_copy.fd >= 0 || !is_at_end(log, first, copied)) return;
     g_copy = MapCopy{.fd = ::fcntl(log, F_DUPFD_CLOEXEC, STDERR_FILENO + 1),
                      .first = first,
                      .length = narrow<std::uint32_t>(copied)};
+    std::memcpy(g_copy.path, path, sizeof path);
+}
+
+// The text buffer is free during a search: what is printed next begins at its head.
+std::span<char> search_window() {
+    char* const text = load_acquire(g_kovaExceptLogbuf);
+    if (text == nullptr) return {};
+    return {text + kMapLineSize, kWindowSize};
 }
 
 }  // namespace
@@ -95,11 +111,12 @@ std::uint32_t capture_map_size() {
 
 MapSource::MapSource() : text_(-1) {
     if (is_capturing() && g_copy.fd >= 0) {
-        text_ = MapText(g_copy.fd, g_copy.first, g_copy.length);
+        std::memcpy(path_, g_copy.path, sizeof path_);
+        text_ = MapText(g_copy.fd, g_copy.first, g_copy.length, search_window());
         is_open_ = true;
         return;
     }
-    file_ = open_map_file();
+    file_ = open_map_file(path_);
     text_ = MapText(file_.get());
     is_open_ = file_.is_open();
 }
@@ -109,11 +126,12 @@ MapSource::MapSource() : text_(-1) {
 void KOVA_DumpMapsFile(void) {
     kova::SharedFile log(kova::kExceptionLog);
     if (log.budget_is_spent()) return;
-    const kova::UniqueFd map = kova::open_map_file();
+    char path[kova::kMapPathSize];
+    const kova::UniqueFd map = kova::open_map_file(path);
     if (!map.is_open()) return;
     if (log.open_locked() != kova::OpenStep::kDone) return;
     const off_t first = ::lseek(log.fd(), 0, SEEK_END);
     const off_t copied = kova::copy_all(map.get(), log.fd());
     // The second descriptor outlives the first, whose closing drops the record lock as it should.
-    if (kova::is_capturing()) kova::keep_copy(log.fd(), first, copied);
+    if (kova::is_capturing()) kova::keep_copy(log.fd(), first, copied, path);
 }

@@ -10,9 +10,13 @@
 // Signal context: all of it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
+#include <string_view>
+
 #include "base/unique_fd.h"
+#include "except/src/proc_agent/map_file.h"
 #include "except/src/proc_agent/map_search.h"
 
 namespace kova {
@@ -28,7 +32,11 @@ void end_capture_map();
 // Length of the copy; where there is none that can be used, the map file is measured.
 [[nodiscard]] std::uint32_t capture_map_size();
 
+// The map search of the dumps gathers its lines at the head of the text buffer.
+inline constexpr std::size_t kMapLineSize = 256;
+
 // The text that searches of the calling thread read: its capture's copy, else the map file, opened for this search.
+// While it lives, a search in the copy keeps what it has read in the text buffer behind the line.
 class MapSource {
   public:
     MapSource();
@@ -36,8 +44,11 @@ class MapSource {
     // False when the map file could not be opened, with errno.
     [[nodiscard]] bool is_open() const { return is_open_; }
     [[nodiscard]] MapText& text() { return text_; }
+    // Of the map file, also of one that was copied.
+    [[nodiscard]] std::string_view path() const { return path_; }
 
   private:
+    char path_[kMapPathSize] = "";
     UniqueFd file_;
     bool is_open_ = false;
     MapText text_;

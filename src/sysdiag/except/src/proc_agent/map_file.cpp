@@ -34,8 +34,7 @@ TextBuffer format_path(char (&path)[kMapPathSize], std::uint32_t pid, std::strin
 
 }  // namespace
 
-UniqueFd open_map_file() {
-    char path[kMapPathSize];
+UniqueFd open_map_file(char (&path)[kMapPathSize]) {
     if (KOVA_GetProcessMapsFilePathByProcessID(path, sizeof path, static_cast<std::uint32_t>(::getpid())) != kOk) {
         errno = ENAMETOOLONG;
         return {};
@@ -56,7 +55,8 @@ uint32_t KOVA_GetProcessMapsFilePathByProcessID(char* path, uint32_t size, uint3
 }
 
 uint32_t KovaGetProcMapsSize(void) {
-    const kova::UniqueFd file = kova::open_map_file();
+    char path[kova::kMapPathSize];
+    const kova::UniqueFd file = kova::open_map_file(path);
     if (!file.is_open()) return 0;
     char piece[256];
     std::uint32_t size = 0;

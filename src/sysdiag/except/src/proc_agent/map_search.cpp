@@ -63,16 +63,40 @@ std::int32_t seek_to_line(MapText& text, std::uint32_t position, std::span<char>
 
 int MapText::seek(std::uint64_t position) {
     position_ = position;
-    return ::lseek(fd_, first_ + static_cast<off_t>(position), SEEK_SET) < 0 ? -errno : 0;
+    if (is_clipped_) return 0;
+    return ::lseek(fd_, static_cast<off_t>(position), SEEK_SET) < 0 ? -errno : 0;
 }
 
 ssize_t MapText::read(std::span<char> out) {
-    std::size_t wanted = out.size();
-    if (is_clipped_) wanted = std::min<std::uint64_t>(wanted, length_ - std::min(position_, length_));
+    return is_clipped_ ? read_clipped(out) : read_once(fd_, out.data(), out.size());
+}
+
+ssize_t MapText::read_clipped(std::span<char> out) {
+    const std::size_t wanted = std::min<std::uint64_t>(out.size(), length_ - std::min(position_, length_));
     if (wanted == 0) return 0;
-    const ssize_t count = read_once(fd_, out.data(), wanted);
+    ssize_t count = 0;
+    if (window_.empty()) {
+        count = read_at(fd_, out.data(), wanted, first_ + static_cast<off_t>(position_));
+    } else {
+        const bool is_inside = window_start_ <= position_ && position_ < window_end_;
+        if (!is_inside && (count = fill_window()) <= 0) return count;
+        count = static_cast<ssize_t>(std::min<std::uint64_t>(wanted, window_end_ - position_));
+        std::memcpy(out.data(), &window_[position_ - window_start_], static_cast<std::size_t>(count));
+    }
     if (count > 0) position_ += static_cast<std::size_t>(count);
     return count;
+}
+
+// With the position in its middle: a halving search goes on in either direction. Answers what there is from the
+// position on, or as a read does.
+ssize_t MapText::fill_window() {
+    window_start_ = position_ - std::min<std::uint64_t>(position_, window_.size() / 2);
+    window_end_ = window_start_;
+    const std::size_t wanted = std::min<std::uint64_t>(window_.size(), length_ - window_start_);
+    const ssize_t count = read_at(fd_, window_.data(), wanted, first_ + static_cast<off_t>(window_start_));
+    if (count <= 0) return count;
+    window_end_ += static_cast<std::size_t>(count);
+    return static_cast<ssize_t>(window_end_ - std::min(position_, window_end_));
 }
 
 std::int32_t read_line(MapText& text, LineBuffer line) {

@@ -20,8 +20,10 @@ class MapText {
   public:
     // Everything that the descriptor holds.
     explicit MapText(int fd) : fd_(fd) {}
-    // `length` bytes from `first` on. Nothing beyond is ever read, whoever has appended to the file since.
-    MapText(int fd, off_t first, std::uint32_t length) : fd_(fd), first_(first), is_clipped_(true), length_(length) {}
+    // `length` bytes of a plain file from `first` on. Nothing beyond is ever read, whoever has appended to the file
+    // since. What lies around a position that is read is kept in `window` for the next reads; it may be empty.
+    MapText(int fd, off_t first, std::uint32_t length, std::span<char> window = {})
+        : fd_(fd), first_(first), is_clipped_(true), length_(length), window_(window) {}
 
     // 0, or the negated errno.
     [[nodiscard]] int seek(std::uint64_t position);
@@ -29,11 +31,17 @@ class MapText {
     [[nodiscard]] ssize_t read(std::span<char> out);
 
   private:
+    [[nodiscard]] ssize_t read_clipped(std::span<char> out);
+    [[nodiscard]] ssize_t fill_window();
+
     int fd_;
     off_t first_ = 0;
     bool is_clipped_ = false;
     std::uint64_t length_ = 0;
-    std::uint64_t position_ = 0;  // within the text
+    std::uint64_t position_ = 0;  // within a clipped text
+    std::span<char> window_;
+    std::uint64_t window_start_ = 0;  // within the text
+    std::uint64_t window_end_ = 0;
 };
 
 // Where a map line is gathered, terminated. In captures the head of the text buffer.

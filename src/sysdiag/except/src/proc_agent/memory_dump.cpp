@@ -26,9 +26,6 @@ namespace {
 
 constexpr Code kNoTextBuffer = EINVAL;
 
-// The map search of the dumps gathers its lines at the head of the text buffer.
-constexpr std::size_t kMapLineSize = 256;
-
 struct DumpRange {
     std::uint64_t start = 0;
     std::uint64_t length = 0;
@@ -36,14 +33,11 @@ struct DumpRange {
 
 // Looks the value's mapping up in the map that this thread reads. 0, the errno of a failed open, or kFailed.
 Code find_value(const KovaDumpMemParam& param, KovaMapRecord& record) {
-    // One character less than it could hold, as everybody who reads this variable knows it.
-    constexpr std::uint32_t kNameSize = KOVA_MAPS_FILE_NAME_SIZE - 1;
-    if (KOVA_GetProcessMapsFilePathByProcessID(g_mapsFileName, kNameSize, static_cast<std::uint32_t>(::getpid())) !=
-        kOk) {
-        return kFailed;
-    }
     MapSource map;
-    if (!map.is_open()) return static_cast<Code>(errno);
+    const int open_error = errno;
+    TextBuffer(g_mapsFileName, sizeof g_mapsFileName).append(map.path());
+    if (map.path().empty()) return kFailed;
+    if (!map.is_open()) return static_cast<Code>(open_error);
     record.mapSize = param.mapSize;
     return find_mapping(map.text(), param.value, record, {load_acquire(g_kovaExceptLogbuf), kMapLineSize}) == 1
                ? kOk
