@@ -28,7 +28,7 @@ int nanosleep(const timespec* pause, timespec* rest) {
 
 int clock_gettime(clockid_t clock, timespec* now) noexcept {
     const long result = ::syscall(SYS_clock_gettime, clock, now);
-    const std::int64_t nanoseconds = now->tv_nsec + (clock == CLOCK_MONOTONIC ? g_paused_ns.load() : 0);
+    const std::int64_t nanoseconds = now->tv_nsec + (clock != CLOCK_REALTIME ? g_paused_ns.load() : 0);
     now->tv_sec += nanoseconds / 1'000'000'000;
     now->tv_nsec = nanoseconds % 1'000'000'000;
     return static_cast<int>(result);
