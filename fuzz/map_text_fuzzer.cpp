@@ -3,7 +3,7 @@
 // Input: what to do with it (see Question), then the text.
 //
 // Beyond what the sanitizers see: lines are taken apart as scanf takes them, and a text in the middle of a file answers
-// as it does alone.
+// as it does alone, read through a window or not.
 #include <sys/mman.h>
 #include <unistd.h>
 #include <algorithm>
@@ -23,6 +23,7 @@ struct [[gnu::packed]] Question {
     std::uint32_t position;
     std::uint16_t line_size;
     std::int32_t map_size;  // 0: the text's length
+    std::uint16_t window_size;
 };
 
 // A file in memory, written anew for each input.
@@ -111,17 +112,23 @@ void search(const Question& question, const std::string& text) {
     if (found.code == 1) {
         KOVA_EXPECT(found.record.start <= question.address && question.address <= found.record.end);
     }
-    KOVA_EXPECT(found == ask(question, map_size, [&](KovaMapRecord& record, LineBuffer line) {
-                    MapText clipped(within.fd(), first, length);
-                    return find_mapping(clipped, question.address, record, line);
-                }));
+    std::vector<char> window(question.window_size % 4096);
+    for (const std::span<char> through : {std::span<char>(), std::span<char>(window)}) {
+        KOVA_EXPECT(found == ask(question, map_size, [&](KovaMapRecord& record, LineBuffer line) {
+                        MapText clipped(within.fd(), first, length, through);
+                        return find_mapping(clipped, question.address, record, line);
+                    }));
+    }
 
     const Answer read = ask(question, map_size, [&](KovaMapRecord& record, LineBuffer line) {
         return KOVA_GetOneMapRecord(alone.fd(), question.position, &record, line.data(),
                                     static_cast<std::uint32_t>(line.size()));
     });
     KOVA_EXPECT(read == ask(question, map_size, [&](KovaMapRecord& record, LineBuffer line) {
-                    MapText clipped(within.fd(), first, length);
+                    MapText clipped(within.fd(), first, length, window);
+                    // The window holds something else already.
+                    static_cast<void>(read_map_record(clipped, question.position / 2, record, line));
+                    record = {.mapSize = map_size};
                     return read_map_record(clipped, question.position, record, line);
                 }));
 
