@@ -15,7 +15,7 @@ constexpr std::string_view kSectionStart = "\n===";
 constexpr std::string_view kHeapSection = "\n===Dump Heap";
 constexpr std::size_t kLinesBeforeMap = 3;
 constexpr std::size_t kMapPiece = 256;
-constexpr std::size_t kNameReads = 4;  // own and sender's name, in the trace line and in the record
+constexpr std::size_t kNameReads = 5;  // own and sender's name in trace line and record, own in the early lines
 constexpr std::size_t kHeapBytes = 128;
 
 // Bytes below and above the value that are copied: of a general register, and of sp, pc and fp for the record.

@@ -9,31 +9,6 @@
 #include "base/signal_path.h"
 
 namespace kova {
-namespace {
-
-// "00" to "ff".
-struct HexPairs {
-    char text[256][2];
-
-    constexpr HexPairs() : text() {
-        for (unsigned byte = 0; byte < 256; ++byte) {
-            text[byte][0] = "0123456789abcdef"[byte >> 4];
-            text[byte][1] = "0123456789abcdef"[byte & 0xF];
-        }
-    }
-};
-
-constexpr HexPairs kHexPairs;
-
-}  // namespace
-
-char* put_hex(char* out, std::uint64_t value, unsigned digits) {
-    for (unsigned shift = 4 * digits; shift > 0; out += 2) {
-        shift -= 8;
-        std::memcpy(out, kHexPairs.text[(value >> shift) & 0xFF], 2);
-    }
-    return out;
-}
 
 TextBuffer::TextBuffer(char* buffer, std::size_t size, std::size_t length)
     : buffer_(buffer), size_(size), length_(length) {
@@ -65,7 +40,7 @@ void TextBuffer::append_decimal(std::uint64_t value) {
 
 void TextBuffer::append_hex(std::uint64_t value, int digits) {
     char text[16];
-    put_hex(text, value, sizeof text);
+    put_hex(put_hex(text, static_cast<std::uint32_t>(value >> 32)), static_cast<std::uint32_t>(value));
     std::size_t leading = 0;
     const std::size_t droppable = sizeof text - static_cast<std::size_t>(digits);
     while (leading < droppable && text[leading] == '0') ++leading;

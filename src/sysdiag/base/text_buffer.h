@@ -8,13 +8,25 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace kova {
 
-// Writes exactly `digits` lowercase digits, an even number of them, and answers the end; higher ones are left out.
-// Nothing is terminated.
-char* put_hex(char* out, std::uint64_t value, unsigned digits);
+// Writes eight lowercase digits and answers their end. Nothing is terminated.
+inline char* put_hex(char* out, std::uint32_t value) {
+    // All digits at once: each gets a byte of its own, the lowest first, and then what makes it a character.
+    std::uint64_t digits = value;
+    digits = (digits & 0xFFFF'0000) << 16 | (digits & 0x0000'FFFF);
+    digits = (digits & 0x0000'FF00'0000'FF00) << 8 | (digits & 0x0000'00FF'0000'00FF);
+    digits = (digits & 0x00F0'00F0'00F0'00F0) << 4 | (digits & 0x000F'000F'000F'000F);
+    constexpr std::uint64_t kEach = 0x0101'0101'0101'0101;
+    const std::uint64_t is_letter = (digits + 6 * kEach) >> 4 & kEach;
+    digits += '0' * kEach + ('a' - '9' - 1) * is_letter;
+    digits = __builtin_bswap64(digits);
+    std::memcpy(out, &digits, sizeof digits);
+    return out + sizeof digits;
+}
 
 class TextBuffer {
   public:

@@ -82,6 +82,10 @@ bool find_named(MapText& text, std::string_view wanted, AddressRange* range) {
     return false;
 }
 
+bool is_heap_pointer(std::uint64_t candidate, std::uint64_t heap_start, std::uint64_t heap_end) {
+    return candidate % kPointerStep == 0 && candidate >= heap_start && candidate <= heap_end;
+}
+
 }  // namespace
 }  // namespace kova
 
@@ -106,8 +110,7 @@ void KOVA_ProcGetDumpStartAddAndLen(uint64_t address, uint64_t lower, uint64_t u
 }
 
 uint32_t KOVA_CheckAddrIsInHeapAndPrintText(uint64_t candidate, uint64_t heapStart, uint64_t heapEnd, char* text) {
-    const bool is_pointer = candidate % kova::kPointerStep == 0 && candidate >= heapStart && candidate <= heapEnd;
-    if (!is_pointer) return 0;
+    if (!kova::is_heap_pointer(candidate, heapStart, heapEnd)) return 0;
     ++g_heapPrintMaxTime;
     uint64_t first = 0;
     uint32_t length = kova::kBytesAround;
@@ -126,6 +129,7 @@ void KOVA_ProcRegContextInHeap(uint32_t length, const uint8_t* bytes, uint64_t h
          offset += kova::kPointerStep) {
         uint64_t candidate = 0;
         std::memcpy(&candidate, bytes + offset, sizeof candidate);
+        if (!kova::is_heap_pointer(candidate, heapStart, heapEnd)) continue;
         // It counts and prints by itself.
         static_cast<void>(KOVA_CheckAddrIsInHeapAndPrintText(candidate, heapStart, heapEnd, text));
     }

@@ -35,12 +35,13 @@ char* put(char* out, std::string_view text) {
 // "\n0x%.16llx:\t" and up to four times "0x%.8x ".
 void append_line(TextBuffer& text, std::uint64_t address, std::span<const std::uint8_t> bytes) {
     char line[80];
-    char* end = put_hex(put(line, "\n0x"), address, 16);
+    char* end = put_hex(put(line, "\n0x"), static_cast<std::uint32_t>(address >> 32));
+    end = put_hex(end, static_cast<std::uint32_t>(address));
     end = put(end, ":\t");
     for (std::size_t at = 0; at + kWordSize <= bytes.size(); at += kWordSize) {
         std::uint32_t word = 0;
         std::memcpy(&word, bytes.data() + at, kWordSize);
-        end = put(put_hex(put(end, "0x"), word, 8), " ");
+        end = put(put_hex(put(end, "0x"), word), " ");
     }
     text.append(std::string_view(line, static_cast<std::size_t>(end - line)));
 }
