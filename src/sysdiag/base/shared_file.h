@@ -29,7 +29,8 @@ enum class OpenStep { kDone, kOpen, kPrepare, kLock };
 
 class SharedFile {
   public:
-    explicit SharedFile(const SharedFileKind& kind) : kind_(kind) {}
+    explicit SharedFile(const SharedFileKind& kind, const CallingThread& thread = calling_thread())
+        : kind_(kind), thread_(thread) {}
     ~SharedFile() { close(); }
     SharedFile(const SharedFile&) = delete;
     SharedFile& operator=(const SharedFile&) = delete;
@@ -60,7 +61,7 @@ class SharedFile {
     [[nodiscard]] bool was_removed() const;
 
     const SharedFileKind& kind_;
-    const CallingThread thread_ = calling_thread();
+    const CallingThread thread_;
     std::optional<ScopedProcessLock> process_lock_;
     UniqueFd fd_;
     bool locked_ = false;

@@ -39,6 +39,14 @@ class TextBuffer {
     // Lowercase, with leading zeros up to `digits` (1 to 16); a larger value keeps all its digits.
     void append_hex(std::uint64_t value, int digits);
 
+    // For what is written in place: where `size` more characters and a terminator fit, null where they do not; then
+    // how many it has become, at most `size`.
+    [[nodiscard]] char* room(std::size_t size) { return size < size_ - length_ ? buffer_ + length_ : nullptr; }
+    void advance(std::size_t count) {
+        length_ += count;
+        buffer_[length_] = '\0';
+    }
+
     [[nodiscard]] std::size_t length() const { return length_; }
     [[nodiscard]] bool was_cut() const { return cut_; }
     [[nodiscard]] const char* c_str() const { return buffer_; }

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -17,6 +18,7 @@
 #include "base/signal_scope.h"
 #include "except/src/proc_agent/exception_log_file.h"
 #include "except/src/proc_agent/map_file.h"
+#include "except/src/proc_agent/map_line.h"
 #include "kova/memory_map.h"
 #include "kova_platform/process_globals.h"
 
@@ -32,6 +34,7 @@ struct MapCopy {
     int fd = -1;  // none that can be used
     off_t first = 0;
     std::uint32_t length = 0;
+    std::uint64_t lowest = 0;
     char path[kMapPathSize] = "";  // of what was copied
 };
 
@@ -52,8 +55,16 @@ void close_copy() {
     g_copy = MapCopy{};
 }
 
+// Where the first mapping starts; 0 when that cannot be told.
+std::uint64_t lowest_address(std::string_view map) {
+    AddressRange range;
+    char permissions[kPermissionsSize];
+    const std::string_view line(map.data(), std::min(map.find('\n'), map.size()));
+    return parse_map_line(line, &range, permissions) ? range.start : 0;
+}
+
 // Bytes copied up to the end of the map; -1 when it was not reached.
-off_t copy_all(int map, int log) {
+off_t copy_all(int map, int log, std::uint64_t* lowest) {
     char piece[256];
     off_t copied = 0;
     for (;;) {
@@ -61,6 +72,7 @@ off_t copy_all(int map, int log) {
         if (got == 0) return copied;
         if (got < 0) return -1;
         if (write_once(log, piece, static_cast<std::size_t>(got)) < got) return -1;
+        if (copied == 0) *lowest = lowest_address(std::string_view(piece, static_cast<std::size_t>(got)));
         copied += got;
     }
 }
@@ -71,12 +83,13 @@ bool is_at_end(int log, off_t first, off_t copied) {
     return ::fstat(log, &status) == 0 && S_ISREG(status.st_mode) && status.st_size - first == copied;
 }
 
-void keep_copy(int log, off_t first, off_t copied, const char (&path)[kMapPathSize]) {
+void keep_copy(int log, off_t first, off_t copied, std::uint64_t lowest, const char (&path)[kMapPathSize]) {
     if (first < 0 || copied < 0 || copied > std::numeric_limits<std::int32_t>::max()) return;
     if (g_copy.fd >= 0 || !is_at_end(log, first, copied)) return;
     g_copy = MapCopy{.fd = ::fcntl(log, F_DUPFD_CLOEXEC, STDERR_FILENO + 1),
                      .first = first,
-                     .length = narrow<std::uint32_t>(copied)};
+                     .length = narrow<std::uint32_t>(copied),
+                     .lowest = lowest};
     std::memcpy(g_copy.path, path, sizeof path);
 }
 
@@ -111,6 +124,7 @@ std::uint32_t capture_map_size() {
 
 MapSource::MapSource() : text_(-1) {
     if (is_capturing() && g_copy.fd >= 0) {
+        lowest_ = g_copy.lowest;
         std::memcpy(path_, g_copy.path, sizeof path_);
         text_ = MapText(g_copy.fd, g_copy.first, g_copy.length, search_window());
         is_open_ = true;
@@ -131,7 +145,8 @@ void KOVA_DumpMapsFile(void) {
     if (!map.is_open()) return;
     if (log.open_locked() != kova::OpenStep::kDone) return;
     const off_t first = ::lseek(log.fd(), 0, SEEK_END);
-    const off_t copied = kova::copy_all(map.get(), log.fd());
+    std::uint64_t lowest = 0;
+    const off_t copied = kova::copy_all(map.get(), log.fd(), &lowest);
     // The second descriptor outlives the first, whose closing drops the record lock as it should.
-    if (kova::is_capturing()) kova::keep_copy(log.fd(), first, copied, path);
+    if (kova::is_capturing()) kova::keep_copy(log.fd(), first, copied, lowest, path);
 }

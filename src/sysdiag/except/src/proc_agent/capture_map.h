@@ -46,11 +46,15 @@ class MapSource {
     [[nodiscard]] MapText& text() { return text_; }
     // Of the map file, also of one that was copied.
     [[nodiscard]] std::string_view path() const { return path_; }
+    // No mapping lies below; 0 where that is not known. Most registers hold small numbers: no search is needed for
+    // them.
+    [[nodiscard]] std::uint64_t lowest_address() const { return lowest_; }
 
   private:
     char path_[kMapPathSize] = "";
     UniqueFd file_;
     bool is_open_ = false;
+    std::uint64_t lowest_ = 0;
     MapText text_;
 };
 

@@ -32,8 +32,8 @@ constinit const SharedFileKind kExceptionLog{.path = "/opt/norvel/var/log/kova_e
                                              .lock = g_log_lock,
                                              .budget = log_wait_budget};
 
-Code write_to_log(std::string_view text) {
-    SharedFile log(kExceptionLog);
+Code write_to_log(std::string_view text, const CallingThread& thread) {
+    SharedFile log(kExceptionLog, thread);
     if (log.budget_is_spent() || log.open_locked() != OpenStep::kDone) return kFailed;
     const ssize_t written = write_once(log.fd(), text.data(), text.size());
     return code_of(written >= 0 && static_cast<std::size_t>(written) >= text.size());
@@ -42,8 +42,9 @@ Code write_to_log(std::string_view text) {
 void write_section_to_log(std::string_view text) {
     if (text.empty()) return;
     // A piece that is lost is lost alone: the line feed is tried all the same.
-    static_cast<void>(write_to_log(text));
-    static_cast<void>(write_to_log("\n"));
+    const CallingThread thread = calling_thread();
+    static_cast<void>(write_to_log(text, thread));
+    static_cast<void>(write_to_log("\n", thread));
 }
 
 }  // namespace kova

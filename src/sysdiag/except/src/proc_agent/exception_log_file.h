@@ -13,7 +13,7 @@ namespace kova {
 extern const SharedFileKind kExceptionLog;
 
 // Appends one piece: open, lock, one write, unlock, close. kFailed loses this piece only; callers go on with the next.
-Code write_to_log(std::string_view text);
+Code write_to_log(std::string_view text, const CallingThread& thread = calling_thread());
 
 // The piece and then, as a second one, a line feed. Nothing at all for an empty text.
 void write_section_to_log(std::string_view text);

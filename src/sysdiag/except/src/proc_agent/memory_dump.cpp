@@ -38,6 +38,7 @@ Code find_value(const KovaDumpMemParam& param, KovaMapRecord& record) {
     TextBuffer(g_mapsFileName, sizeof g_mapsFileName).append(map.path());
     if (map.path().empty()) return kFailed;
     if (!map.is_open()) return static_cast<Code>(open_error);
+    if (param.value < map.lowest_address()) return kFailed;
     record.mapSize = param.mapSize;
     return find_mapping(map.text(), param.value, record, {load_acquire(g_kovaExceptLogbuf), kMapLineSize}) == 1
                ? kOk

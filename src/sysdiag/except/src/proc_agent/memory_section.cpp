@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t kWordSize = sizeof(std::uint32_t);
 constexpr std::size_t kLineSize = 4 * kWordSize;
+constexpr std::size_t kLineTextSize =
+    std::string_view("\n0x0123456789abcdef:\t").size() + 4 * std::string_view("0x01234567 ").size();
 
 // Read from live memory at a time: what is on the stack of a capture for it.
 constexpr std::size_t kPieceSize = 32 * kLineSize;
@@ -32,9 +34,8 @@ char* put(char* out, std::string_view text) {
     return out + text.size();
 }
 
-// "\n0x%.16llx:\t" and up to four times "0x%.8x ".
-void append_line(TextBuffer& text, std::uint64_t address, std::span<const std::uint8_t> bytes) {
-    char line[80];
+// "\n0x%.16llx:\t" and up to four times "0x%.8x ". Answers the end.
+char* put_line(char* line, std::uint64_t address, std::span<const std::uint8_t> bytes) {
     char* end = put_hex(put(line, "\n0x"), static_cast<std::uint32_t>(address >> 32));
     end = put_hex(end, static_cast<std::uint32_t>(address));
     end = put(end, ":\t");
@@ -43,7 +44,16 @@ void append_line(TextBuffer& text, std::uint64_t address, std::span<const std::u
         std::memcpy(&word, bytes.data() + at, kWordSize);
         end = put(put_hex(put(end, "0x"), word), " ");
     }
-    text.append(std::string_view(line, static_cast<std::size_t>(end - line)));
+    return end;
+}
+
+void append_line(TextBuffer& text, std::uint64_t address, std::span<const std::uint8_t> bytes) {
+    if (char* const place = text.room(kLineTextSize); place != nullptr) {
+        text.advance(static_cast<std::size_t>(put_line(place, address, bytes) - place));
+        return;
+    }
+    char line[kLineTextSize];
+    text.append(std::string_view(line, static_cast<std::size_t>(put_line(line, address, bytes) - line)));
 }
 
 // Whole lines, and a last one that may be shorter.
