@@ -23,6 +23,7 @@ namespace {
 constexpr std::int32_t kLineTooLong = -ENOMEM;
 constexpr std::int32_t kProbeFailed = -1;
 constexpr std::size_t kPieceSize = 255;
+constexpr std::size_t kFewLines = 512;  // bytes, enough for the end of a line and the next one
 
 // Gathers up to the next line feed or the end. `piece` is scratch.
 std::int32_t gather_line(MapText& text, LineBuffer line, std::span<char> piece) {
@@ -87,12 +88,18 @@ ssize_t MapText::read_clipped(std::span<char> out) {
     return count;
 }
 
-// With the position in its middle: a halving search goes on in either direction. Answers what there is from the
-// position on, or as a read does.
+// A halving search moves by ever shorter steps in either direction. As long as its steps leave the window behind, a few
+// lines are read; when all that is left of the search lies around the position, the whole window is. Answers what there
+// is from the position on, or as a read does.
 ssize_t MapText::fill_window() {
-    window_start_ = position_ - std::min<std::uint64_t>(position_, window_.size() / 2);
+    const std::size_t half = window_.size() / 2;
+    const std::uint64_t step = std::max(position_, last_filled_at_) - std::min(position_, last_filled_at_);
+    const bool is_near = length_ <= window_.size() || (position_ > 0 && step <= half);
+    last_filled_at_ = position_;
+    window_start_ = is_near ? position_ - std::min<std::uint64_t>(position_, half) : position_;
     window_end_ = window_start_;
-    const std::size_t wanted = std::min<std::uint64_t>(window_.size(), length_ - window_start_);
+    const std::size_t size = is_near ? window_.size() : std::min(window_.size(), kFewLines);
+    const std::size_t wanted = std::min<std::uint64_t>(size, length_ - window_start_);
     const ssize_t count = read_at(fd_, window_.data(), wanted, first_ + static_cast<off_t>(window_start_));
     if (count <= 0) return count;
     window_end_ += static_cast<std::size_t>(count);

@@ -42,6 +42,7 @@ class MapText {
     std::span<char> window_;
     std::uint64_t window_start_ = 0;  // within the text
     std::uint64_t window_end_ = 0;
+    std::uint64_t last_filled_at_ = 0;
 };
 
 // Where a map line is gathered, terminated. In captures the head of the text buffer.
