@@ -173,7 +173,8 @@ TEST_F(KovactlBox, TellsWhatItCannotRead) {
         EXPECT_EQ(c.status, result.status) << c.arguments;
         EXPECT_EQ(c.output, result.output);
     }
-    EXPECT_EQ(2, kovactl("box show -- -1").status);
+    for (const char* none : {"-1", "4294967296", "x"})
+        EXPECT_EQ(2, kovactl(std::string("box show ") + none).status) << none;
     EXPECT_EQ(2, kovactl("box nonsense").status);
     EXPECT_EQ(0, kovactl("").status);
     fs::rename(kLiveBoxFile, kCopy);

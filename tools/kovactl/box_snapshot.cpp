@@ -63,9 +63,8 @@ class File {
             if (errno != EAGAIN && errno != EACCES && errno != EINTR) fail("cannot be locked", errno);
             if (std::chrono::steady_clock::now() >= deadline) {
                 throw CannotRead(
-                    fmt::format("'{}' has been locked by process {} for {} s; try again, or look at a copy "
-                                "of it with --file",
-                                path_, holder(), kLockPatience.count() / 1000));
+                    fmt::format("'{}' could not be locked for {} s, {}; try again, or look at a copy of it with --file",
+                                path_, kLockPatience.count() / 1000, holder_text()));
             }
             std::this_thread::sleep_for(kLockPause);
         }
@@ -95,10 +94,11 @@ class File {
         return granted;
     }
 
-    [[nodiscard]] pid_t holder() const {
+    // Who has it at this moment: perhaps not who had it before.
+    [[nodiscard]] std::string holder_text() const {
         pid_t pid = 0;
         set_lock(F_GETLK, &pid);
-        return pid;
+        return pid != 0 ? fmt::format("now by process {}", pid) : "and is free now";
     }
 
     [[noreturn]] void fail(std::string_view what, int error, std::string_view advice = "") const {

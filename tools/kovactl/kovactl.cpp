@@ -23,6 +23,13 @@ constexpr char kFooter[] =
     "Exit status of all but run: 0 done, and what was looked at is sound; 1 damaged, or there is no such record;\n"
     "2 it cannot be read, or the command line is wrong. Results go to standard output, trouble to standard error.";
 
+// An answer that nobody got is none.
+int finish(int status) {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+    complain("cannot write to standard output");
+    return kExitTrouble;
+}
+
 int run(int argc, char** argv) {
     CommonOptions options;
     char** const dashes =
@@ -37,7 +44,7 @@ int run(int argc, char** argv) {
     try {
         app.parse(static_cast<int>(dashes - argv), argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitOk : kExitTrouble;
+        return finish(app.exit(error) == 0 ? kExitOk : kExitTrouble);
     }
     if (!options.program.empty() && !app.got_subcommand("run")) {
         complain("a program behind \"--\" is for kovactl run");
@@ -45,14 +52,9 @@ int run(int argc, char** argv) {
     }
     if (!action) {
         fmt::print("{}", app.help());
-        return kExitOk;
+        return finish(kExitOk);
     }
-    const int status = action();
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        complain("cannot write to standard output");
-        return kExitTrouble;
-    }
-    return status;
+    return finish(action());
 }
 
 }  // namespace

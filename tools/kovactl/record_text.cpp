@@ -98,9 +98,8 @@ std::optional<std::string> format_time(const struct tm& time, char separator) {
 }
 
 bool has_sender(const KovaExceptInfo& record) {
-    const int signal = record.signalNumber;
-    const bool fault = signal == SIGSEGV || signal == SIGBUS || signal == SIGILL || signal == SIGFPE;
-    return !fault || record.signalCode <= 0;
+    // Above 0 the kernel raised it, and what stands in the field is a part of something else, or 0.
+    return record.signalCode <= 0;
 }
 
 MemoryDump memory_dump(const KovaExceptInfo& record, std::uint32_t index) {
@@ -140,7 +139,7 @@ std::string record_text(const KovaExceptInfo& record) {
     fmt::format_to(out, "  thread    {}\n", record.threadId);
     fmt::format_to(out, "  sender    {}\n",
                    has_sender(record) ? process_text(record.senderProcessName, record.senderProcessId)
-                                      : "- (a fault of the thread itself)");
+                                      : "- (raised by the kernel)");
     fmt::format_to(out, "  platform  {} {}\n", escape_text(record.platformName), escape_text(record.platformVersion));
     append_registers(text, record.machineContext.registers);
     append_call_stack(text, record);
