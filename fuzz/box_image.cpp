@@ -10,8 +10,6 @@
 namespace kova::fuzz {
 namespace {
 
-using Image = std::vector<std::uint8_t>;
-
 constexpr std::uint32_t kMarkers[kBoxCount] = {KOVA_EXCEPT_MARKER, 0xAEAEAEAE};
 constexpr std::size_t kTimeOffset = 8;  // in the records of both boxes
 constexpr std::size_t kBeyondTheEnd = 4096;
@@ -63,7 +61,7 @@ void put_piece(Image& image, Input& input) {
 
 }  // namespace
 
-std::vector<std::uint8_t> make_box_image(Input& input) {
+Image make_box_image(Input& input) {
     const auto flags = input.number<std::uint8_t>();
     Image image(kBoxFileBytes);
     if ((flags & kPlausibleRecords) != 0) fill_slots(image);
@@ -83,9 +81,3 @@ std::vector<std::uint8_t> make_box_image(Input& input) {
 }
 
 }  // namespace kova::fuzz
-
-// Several images are made for each input: with the usual 256 MB of released memory kept aside, every one of them would
-// be fresh pages, and most of the time would go there.
-extern "C" const char* __asan_default_options() {
-    return "quarantine_size_mb=16";
-}

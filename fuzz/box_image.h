@@ -11,8 +11,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
+#include "file_image.h"
 #include "fuzz_input.h"
 
 namespace kova::fuzz {
@@ -25,6 +25,6 @@ enum ImageFlags : std::uint8_t {
     kFullBoxes = 16,        // the sound heads are those of full boxes, else of empty ones
 };
 
-[[nodiscard]] std::vector<std::uint8_t> make_box_image(Input& input);
+[[nodiscard]] Image make_box_image(Input& input);
 
 }  // namespace kova::fuzz

@@ -20,8 +20,6 @@
 namespace kova::fuzz {
 namespace {
 
-using Image = std::vector<std::uint8_t>;
-
 constexpr std::uint32_t kMostOperations = 4;
 constexpr std::uint32_t kPartition = 7;
 
@@ -76,7 +74,7 @@ void expect_unchanged_outside(Image before, const Image& after, Range allowed) {
                            allowed};
     for (const Range& range : heads) {
         const std::size_t end = std::min(range.end, after.size());
-        if (range.begin < end) std::memcpy(&before[range.begin], &after[range.begin], end - range.begin);
+        if (range.begin < end) std::memcpy(before.data() + range.begin, after.data() + range.begin, end - range.begin);
     }
     KOVA_EXPECT(before == after);
 }
@@ -109,8 +107,8 @@ void expect_records_of_box(Image image, std::uint32_t box, std::uint32_t wanted,
     KovaBaseFree(handle, records, "fuzz", __LINE__);
 }
 
-Image record_for(const Operation& operation) {
-    Image record(operation.second % (kBoxSpecs[0].recordLen + 2));
+std::vector<std::uint8_t> record_for(const Operation& operation) {
+    std::vector<std::uint8_t> record(operation.second % (kBoxSpecs[0].recordLen + 2));
     for (std::size_t i = 0; i < record.size(); ++i) record[i] = static_cast<std::uint8_t>(operation.first + i);
     return record;
 }
@@ -163,7 +161,7 @@ void read_with_given_heads(const Operation& operation, const Image& before) {
 }
 
 void append(const Operation& operation, const Image& before) {
-    const Image record = record_for(operation);
+    const std::vector<std::uint8_t> record = record_for(operation);
     std::uint32_t slot = UINT32_MAX;
     const auto length = static_cast<std::uint32_t>(record.size());
     const std::uint32_t rc = KOVA_BoxWrite(operation.box, record.data(), length, &slot);
@@ -176,11 +174,11 @@ void append(const Operation& operation, const Image& before) {
     const Range written = box_slot(operation.box, slot);
     expect_unchanged_outside(before, after, {written.begin, written.begin + length});
     expect_valid_heads(after, operation.box);
-    KOVA_EXPECT(std::equal(record.begin(), record.end(), after.begin() + static_cast<std::ptrdiff_t>(written.begin)));
+    KOVA_EXPECT(std::equal(record.begin(), record.end(), after.data() + written.begin));
 }
 
 void rewrite(const Operation& operation, const Image& before) {
-    const Image record = record_for(operation);
+    const std::vector<std::uint8_t> record = record_for(operation);
     const auto length = static_cast<std::uint32_t>(record.size());
     const std::uint32_t rc = KOVA_BoxRefresh(operation.box, record.data(), length, operation.first);
     const Range written = rc == 0 ? box_slot(operation.box, operation.first) : Range{};

@@ -55,7 +55,8 @@ void expect_salvage_is_whole(const BoxSnapshot& snapshot, std::uint32_t box) {
 
 void run(Input& input) {
     const auto number = input.number<std::uint8_t>();
-    const BoxSnapshot snapshot("file", make_box_image(input));
+    const Image image = make_box_image(input);
+    const BoxSnapshot snapshot("file", {image.data(), image.data() + image.size()});
     for (const char c : report(snapshot, verify(snapshot), number)) {
         KOVA_EXPECT(c == '\n' || (c >= 0x20 && c < 0x7F));
     }
