@@ -24,18 +24,18 @@ void put(Image& image, std::size_t offset, const void* data, std::size_t length)
 }
 
 // Markers, and times that go up from slot to slot.
-void fill_slots(Image& image) {
-    for (std::uint32_t box = 0; box < kBoxCount; ++box) {
-        for (std::uint32_t slot = 0; slot < kBoxSpecs[box].recordMax; ++slot) {
-            struct tm time {};
-            time.tm_year = 125;
-            time.tm_mday = 1;
-            time.tm_min = static_cast<int>(slot) / 60;
-            time.tm_sec = static_cast<int>(slot) % 60;
-            put(image, slot_begin(box, slot), &kMarkers[box], sizeof kMarkers[box]);
-            put(image, slot_begin(box, slot) + kTimeOffset, &time, sizeof time);
-        }
+NodeHead store_records(Image& image, std::uint32_t box, std::uint32_t count) {
+    NodeHead node = make_node_head(kBoxSpecs[box]);
+    for (std::uint32_t slot = 0; slot < count; ++slot) {
+        struct tm time {};
+        time.tm_year = 125;
+        time.tm_mday = 1;
+        time.tm_sec = static_cast<int>(slot);
+        put(image, slot_begin(box, slot), &kMarkers[box], sizeof kMarkers[box]);
+        put(image, slot_begin(box, slot) + kTimeOffset, &time, sizeof time);
+        advance(node);
     }
+    return node;
 }
 
 template <typename Head>
@@ -63,13 +63,11 @@ void put_piece(Image& image, Input& input) {
 
 Image make_box_image(Input& input) {
     const auto flags = input.number<std::uint8_t>();
+    const std::uint32_t records = input.number<std::uint8_t>() % (kBoxSpecs[KOVA_BOX_EXCEPTION].recordMax + 1);
     Image image(kBoxFileBytes);
-    if ((flags & kPlausibleRecords) != 0) fill_slots(image);
     put_head(image, 0, make_file_head(kBoxSpecs, {}, 0), input, (flags & kRightFileChecksum) != 0);
     for (std::uint32_t box = 0; box < kBoxCount; ++box) {
-        NodeHead node = make_node_head(kBoxSpecs[box]);
-        if ((flags & kFullBoxes) != 0) node.recordCount = node.recordMax;
-        node.checkSum = head_checksum(node);
+        const NodeHead node = store_records(image, box, records);
         const int right = box == 0 ? kRightNode0Checksum : kRightNode1Checksum;
         put_head(image, kBoxSpecs[box].nodeOffset, node, input, (flags & right) != 0);
     }
