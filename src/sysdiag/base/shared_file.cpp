@@ -20,8 +20,7 @@ OpenStep SharedFile::open_locked(const Steps& steps) {
     process_lock_.emplace(kind_.lock, kind_.budget(), thread_);
     OpenStep failed = OpenStep::kLock;
     for (int restarts = 0; restarts <= kRestarts; ++restarts) {
-        fd_ =
-            steps.open != nullptr ? steps.open(steps.context) : open_regular_file(kind_.path, kind_.flags, kind_.mode);
+        fd_ = open_for(steps);
         if (!fd_.is_open()) {
             failed = OpenStep::kOpen;
             break;
@@ -32,7 +31,14 @@ OpenStep SharedFile::open_locked(const Steps& steps) {
         }
         if (!lock_whole_file(fd_.get(), kind_.budget(), thread_)) break;
         locked_ = true;
-        if (!was_removed()) return OpenStep::kDone;
+        struct stat status {};
+        const bool is_regular = ::fstat(fd_.get(), &status) == 0 && S_ISREG(status.st_mode);
+        if (!is_regular) {
+            errno = EINVAL;
+            failed = OpenStep::kOpen;
+            break;
+        }
+        if (status.st_nlink != 0) return OpenStep::kDone;
         // What was locked is nobody's file any more. The lock goes with the descriptor.
         locked_ = false;
         fd_.reset();
@@ -52,9 +58,12 @@ void SharedFile::close() {
     errno = saved_errno;
 }
 
-bool SharedFile::was_removed() const {
-    struct stat status {};
-    return ::fstat(fd_.get(), &status) == 0 && status.st_nlink == 0;
+// A FIFO or a device must not be prepared. Where there is nothing to prepare, the look at the file after the lock will
+// do: a report has a hundred pieces.
+UniqueFd SharedFile::open_for(const Steps& steps) const {
+    if (steps.open != nullptr) return steps.open(steps.context);
+    if (steps.prepare != nullptr) return open_regular_file(kind_.path, kind_.flags, kind_.mode);
+    return open_file(kind_.path, kind_.flags, kind_.mode);
 }
 
 }  // namespace kova

@@ -58,7 +58,7 @@ class SharedFile {
     void close();
 
   private:
-    [[nodiscard]] bool was_removed() const;
+    [[nodiscard]] UniqueFd open_for(const Steps& steps) const;
 
     const SharedFileKind& kind_;
     const CallingThread thread_;
