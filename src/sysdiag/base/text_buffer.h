@@ -13,19 +13,26 @@
 
 namespace kova {
 
+// "00" to "ff".
+struct HexPairs {
+    char text[256][2];
+
+    constexpr HexPairs() : text() {
+        for (unsigned byte = 0; byte < 256; ++byte) {
+            text[byte][0] = "0123456789abcdef"[byte >> 4];
+            text[byte][1] = "0123456789abcdef"[byte & 0xF];
+        }
+    }
+};
+inline constexpr HexPairs kHexPairs;
+
 // Writes eight lowercase digits and answers their end. Nothing is terminated.
 inline char* put_hex(char* out, std::uint32_t value) {
-    // All digits at once: each gets a byte of its own, the lowest first, and then what makes it a character.
-    std::uint64_t digits = value;
-    digits = (digits & 0xFFFF'0000) << 16 | (digits & 0x0000'FFFF);
-    digits = (digits & 0x0000'FF00'0000'FF00) << 8 | (digits & 0x0000'00FF'0000'00FF);
-    digits = (digits & 0x00F0'00F0'00F0'00F0) << 4 | (digits & 0x000F'000F'000F'000F);
-    constexpr std::uint64_t kEach = 0x0101'0101'0101'0101;
-    const std::uint64_t is_letter = (digits + 6 * kEach) >> 4 & kEach;
-    digits += '0' * kEach + ('a' - '9' - 1) * is_letter;
-    digits = __builtin_bswap64(digits);
-    std::memcpy(out, &digits, sizeof digits);
-    return out + sizeof digits;
+    std::memcpy(out, kHexPairs.text[value >> 24], 2);
+    std::memcpy(out + 2, kHexPairs.text[value >> 16 & 0xFF], 2);
+    std::memcpy(out + 4, kHexPairs.text[value >> 8 & 0xFF], 2);
+    std::memcpy(out + 6, kHexPairs.text[value & 0xFF], 2);
+    return out + 8;
 }
 
 class TextBuffer {

@@ -123,13 +123,13 @@ uint32_t KOVA_CheckAddrIsInHeapAndPrintText(uint64_t candidate, uint64_t heapSta
 
 void KOVA_ProcRegContextInHeap(uint32_t length, const uint8_t* bytes, uint64_t heapStart, uint64_t heapEnd,
                                char* text) {
-    if (bytes == nullptr || length < kova::kPointerSize) return;
+    if (bytes == nullptr || length < kova::kPointerSize || g_heapPrintMaxTime >= kova::kHeapSectionsMax) return;
     const uint32_t last = length - kova::kPointerSize;
-    for (uint32_t offset = 0; offset <= last && g_heapPrintMaxTime < kova::kHeapSectionsMax;
-         offset += kova::kPointerStep) {
+    for (uint32_t offset = 0; offset <= last; offset += kova::kPointerStep) {
         uint64_t candidate = 0;
         std::memcpy(&candidate, bytes + offset, sizeof candidate);
         if (!kova::is_heap_pointer(candidate, heapStart, heapEnd)) continue;
+        if (g_heapPrintMaxTime >= kova::kHeapSectionsMax) return;
         // It counts and prints by itself.
         static_cast<void>(KOVA_CheckAddrIsInHeapAndPrintText(candidate, heapStart, heapEnd, text));
     }

@@ -47,21 +47,21 @@ char* put_line(char* line, std::uint64_t address, std::span<const std::uint8_t> 
     return end;
 }
 
-void append_line(TextBuffer& text, std::uint64_t address, std::span<const std::uint8_t> bytes) {
-    if (char* const place = text.room(kLineTextSize); place != nullptr) {
-        text.advance(static_cast<std::size_t>(put_line(place, address, bytes) - place));
-        return;
-    }
-    char line[kLineTextSize];
-    text.append(std::string_view(line, static_cast<std::size_t>(put_line(line, address, bytes) - line)));
-}
-
 // Whole lines, and a last one that may be shorter.
 void append_lines(TextBuffer& text, std::uint64_t address, std::span<const std::uint8_t> bytes) {
-    const std::size_t whole_words = bytes.size() - bytes.size() % kWordSize;
-    for (std::size_t at = 0; at < whole_words && !text.was_cut(); at += kLineSize) {
-        append_line(text, address + at, bytes.subspan(at, std::min(kLineSize, whole_words - at)));
+    const std::size_t size = bytes.size() - bytes.size() % kWordSize;
+    char* const place = text.room((size + kLineSize - 1) / kLineSize * kLineTextSize);
+    char* end = place;
+    for (std::size_t at = 0; at < size && !text.was_cut(); at += kLineSize) {
+        const auto words = bytes.subspan(at, std::min(kLineSize, size - at));
+        if (place != nullptr) {
+            end = put_line(end, address + at, words);
+        } else {
+            char line[kLineTextSize];
+            text.append(std::string_view(line, static_cast<std::size_t>(put_line(line, address + at, words) - line)));
+        }
     }
+    if (place != nullptr) text.advance(static_cast<std::size_t>(end - place));
 }
 
 }  // namespace
