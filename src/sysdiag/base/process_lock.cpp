@@ -46,7 +46,7 @@ sigset_t asynchronous_signals() {
 }  // namespace
 
 bool ProcessLock::acquire(ThreadKey self, std::int64_t limit_ms) {
-    const std::int64_t start_ms = limit_ms < 0 ? 0 : monotonic_ms();
+    std::int64_t start_ms = -1;  // not yet waiting
     for (;;) {
         const std::uint32_t turn = turn_.load(std::memory_order_acquire);
         ThreadKey holder = 0;
@@ -58,6 +58,7 @@ bool ProcessLock::acquire(ThreadKey self, std::int64_t limit_ms) {
         }
         std::int64_t wait_ms = kLookAgainMs;
         if (limit_ms >= 0) {
+            if (start_ms < 0) start_ms = monotonic_ms();
             wait_ms = std::min(wait_ms, start_ms + limit_ms - monotonic_ms());
             if (wait_ms <= 0) return false;
         }
@@ -83,11 +84,14 @@ ScopedProcessLock::ScopedProcessLock(ProcessLock& lock, WaitBudget& budget,
         held_ = lock_.acquire(self_, kWaitForEver);
         return;
     }
-    const std::int64_t start_ms = monotonic_ms();
-    const std::int64_t limit_ms = budget.past_threads ? 0 : std::clamp<std::int64_t>(budget.left_ms, 0, kHandlerWaitMs);
-    held_ = lock_.acquire(self_, limit_ms);
+    // Free as a rule: a report takes it a hundred times, and needs no clock for that.
+    held_ = lock_.acquire(self_, 0);
+    if (!held_ && !budget.past_threads) {
+        const std::int64_t start_ms = monotonic_ms();
+        held_ = lock_.acquire(self_, std::clamp<std::int64_t>(budget.left_ms, 0, kHandlerWaitMs));
+        budget.left_ms -= monotonic_ms() - start_ms;
+    }
     budget.past_threads = !held_;
-    budget.left_ms -= monotonic_ms() - start_ms;
 }
 
 ScopedProcessLock::~ScopedProcessLock() KOVA_NO_THREAD_SAFETY_ANALYSIS {

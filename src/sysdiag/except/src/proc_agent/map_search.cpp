@@ -114,9 +114,11 @@ std::int32_t read_line(MapText& text, LineBuffer line) {
 std::int32_t read_map_record(MapText& text, std::uint32_t position, KovaMapRecord& record, LineBuffer line) {
     char piece[kPieceSize];
     if (const std::int32_t rc = seek_to_line(text, position, piece); rc != 0) return rc;
-    if (const std::int32_t rc = gather_line(text, line, piece); rc < 0) return rc;
+    const std::int32_t length = gather_line(text, line, piece);
+    if (length < 0) return length;
     AddressRange range;
-    if (!parse_map_line(line.data(), &range, record.permissions)) return kProbeFailed;
+    const std::string_view gathered(line.data(), static_cast<std::size_t>(length));
+    if (!parse_map_line(gathered, &range, record.permissions)) return kProbeFailed;
     record.start = range.start;
     record.end = range.end;
     return 0;
