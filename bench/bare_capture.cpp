@@ -2,7 +2,7 @@
 
 #include <sys/syscall.h>
 #include <sys/uio.h>
-#include <algorithm>
+#include <iterator>
 #include <string_view>
 
 #include "bare_files.h"
@@ -17,6 +17,8 @@ constexpr std::size_t kLinesBeforeMap = 3;
 constexpr std::size_t kMapPiece = 256;
 constexpr std::size_t kNameReads = 5;  // own and sender's name in trace line and record, own in the early lines
 constexpr std::size_t kHeapBytes = 128;
+constexpr std::size_t kRegisters = 29;        // x0 to x28, most of which hold no address
+constexpr std::size_t kSearchedBytes = 8192;  // of the map's copy, in a search
 
 // Bytes below and above the value that are copied: of a general register, and of sp, pc and fp for the record.
 struct Around {
@@ -42,18 +44,29 @@ void read_name() {
     ::close(file);
 }
 
-void copy_map() {
+// Answers a descriptor of the log, in which the copy begins at *first.
+int copy_map(off_t* first) {
     struct stat status {};
     ::stat("/proc/self/maps_merge", &status);
     const int map = ::open("/proc/self/maps", O_RDONLY | O_NOFOLLOW);
     ::fstat(map, &status);
     const int log = open_locked(kLogPath, O_APPEND);
+    *first = ::lseek(log, 0, SEEK_END);
     char piece[kMapPiece];
     for (ssize_t count = 0; (count = ::read(map, piece, sizeof piece)) > 0;) {
         static_cast<void>(!::write(log, piece, static_cast<std::size_t>(count)));
     }
+    ::fstat(log, &status);
+    const int copy = ::fcntl(log, F_DUPFD_CLOEXEC, 3);
     unlock_close(log);
     ::close(map);
+    return copy;
+}
+
+void search_copy(int copy, off_t first) {
+    char text[kSearchedBytes];
+    static_cast<void>(::getpid());
+    static_cast<void>(!::pread(copy, text, sizeof text, first));
 }
 
 void copy_memory(const unsigned char* address, std::size_t length) {
@@ -91,16 +104,29 @@ BareCapture::BareCapture(const std::string& log, const ucontext_t& context) : re
 void BareCapture::run() const {
     for (std::size_t name = 0; name < kNameReads; ++name) read_name();
     for (const std::string& line : lines_) write_piece(line);
-    copy_map();
+    off_t first = 0;
+    const int copy = copy_map(&first);
     static_cast<void>(::syscall(SYS_gettid));
+    search_copy(copy, first);  // for the live range around sp
     const unsigned char* const* const others = &ranges_[kGeneralSections];
-    copy_around(others[0], kSpRecord);
-    copy_around(others[1], kPcRecord);
-    copy_around(others[2], kFpRecord);
-    for (std::size_t i = 0; i < kGeneralSections; ++i) copy_around(ranges_[i], kGeneral);
+    constexpr Around kRecord[] = {kSpRecord, kPcRecord, kFpRecord};
+    for (std::size_t i = 0; i < std::size(kRecord); ++i) {
+        search_copy(copy, first);
+        copy_around(others[i], kRecord[i]);
+    }
+    for (std::size_t i = 0; i < kRegisters; ++i) {
+        if (i < kGeneralSections) {
+            search_copy(copy, first);
+            copy_around(ranges_[i], kGeneral);
+        } else {
+            static_cast<void>(::getpid());
+        }
+    }
     copy_around(others[0], kSpLive);
+    ::close(copy);
     for (const std::string& section : sections_) {
         if (section.starts_with(kHeapSection)) copy_memory(ranges_[0], kHeapBytes);
+        static_cast<void>(::getpid());
         write_piece(section);
         write_piece("\n");
     }

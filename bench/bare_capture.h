@@ -1,5 +1,9 @@
-// The floor below which no capture can go: the system calls that its files, locks and copies need, with texts of the
-// same lengths that stand ready. Nothing is searched, formatted, checked or resolved.
+// The floor below which no capture can go: its system calls, with texts of the same lengths that stand ready.
+//
+// The calls are those that strace counts in a capture: for each piece of the log open, lock, a look at the file, write,
+// unlock and close; the map file read once and copied; for each register that may hold an address one read of that
+// copy; a copy of the memory around it; the append to the black box; and the question for the process's id that goes
+// with each of these. Nothing is searched, formatted, checked or resolved.
 #pragma once
 
 #include <ucontext.h>

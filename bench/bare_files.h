@@ -1,7 +1,7 @@
 // The system calls that one operation on a shared file needs.
 //
-// Open, a look at what was opened (a FIFO is no log), the lock of the whole file, a second look (it may have been
-// removed in the meantime), and back again.
+// Open, the lock of the whole file, a look at it (a FIFO is no log, and a file may have been removed in the meantime),
+// and back again. What is to be given its length is looked at before that, too.
 #pragma once
 
 #include <fcntl.h>
@@ -23,8 +23,10 @@ inline int open_locked(const char* path, int flags, off_t length = 0) {
     const int fd = ::open(path, flags | O_CREAT | O_RDWR | O_NOFOLLOW, 0660);
     if (fd < 0) std::abort();
     struct stat status {};
-    ::fstat(fd, &status);
-    if (length > 0 && ::ftruncate(fd, length) != 0) std::abort();
+    if (length > 0) {
+        ::fstat(fd, &status);
+        if (::ftruncate(fd, length) != 0) std::abort();
+    }
     struct flock lock {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
