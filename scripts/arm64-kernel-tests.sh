@@ -5,14 +5,15 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 usage() {
     cat <<END
-Usage: scripts/arm64-kernel-tests.sh [--help] [--no-build] [--limit SECONDS]
+Usage: scripts/arm64-kernel-tests.sh [--help] [--no-build] [--limit SECONDS] [--only TEST]
 
 Cross-builds preset arm64, boots Debian's arm64 kernel in qemu-system-aarch64 with the test programs in its initial
-file system, and runs all of them except those with the ctest label "host". Needs no arm64 machine and no root, except
+file system, and runs all of them except those with the ctest labels "host" and "nightly". Needs no arm64 machine and no root, except
 to install missing Debian packages.
 
   --no-build        take build/arm64 as it is
   --limit SECONDS   how long the machine may run in all (default 900)
+  --only TEST       run this one alone
 
 Everything stays under build/arm64-kernel: packages (a cache), console.log (what the machine printed), counts (cases
 passed, failed and skipped), and export/, the files that were left in the machine's folder /export: a black box with one
@@ -22,12 +23,13 @@ Exit status: 0 all passed, 1 something failed or the machine did not finish.
 END
 }
 
-build=1 limit=900
+build=1 limit=900 only=
 while (($#)); do
     case $1 in
         --help | -h) usage && exit 0 ;;
         --no-build) build=0 ;;
         --limit) limit=${2:?--limit needs a number of seconds} && shift ;;
+        --only) only=${2:?--only needs the name of a test} && shift ;;
         *) usage >&2 && fail "unknown argument '$1'" ;;
     esac
     shift
@@ -140,7 +142,7 @@ if ((build)); then
     run_logged "$work/configure.log" cmake --preset arm64
     run_logged "$work/build.log" cmake --build build/arm64
 fi
-ctest --test-dir build/arm64 --show-only=json-v1 >"$work/tests.json"
+ctest --test-dir build/arm64 --show-only=json-v1 ${only:+--tests-regex "^$only\$"} >"$work/tests.json"
 {
     printf 'build=%q\n' "$kova_root/build/arm64"
     python3 scripts/test_results.py guest-script "$work/tests.json"

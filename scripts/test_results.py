@@ -21,6 +21,8 @@ from dataclasses import dataclass, field
 GUEST_TIMEOUT_S = 180
 # Checks of the source tree and of the build, which need the build machine's tools.
 HOST_LABEL = "host"
+# Too long for the emulated machine.
+NIGHTLY_LABEL = "nightly"
 SHOWN_LINES = 100
 BEGIN, END = "@@kova-test-begin", "@@kova-test-end"
 
@@ -89,7 +91,7 @@ def guest_tests(tests_file):
         tests = json.load(file)["tests"]
     for test in tests:
         properties = {item["name"]: item["value"] for item in test.get("properties", [])}
-        if HOST_LABEL in properties.get("LABELS", []) or properties.get("DISABLED"):
+        if {HOST_LABEL, NIGHTLY_LABEL} & set(properties.get("LABELS", [])) or properties.get("DISABLED"):
             continue
         yield test, properties
 

@@ -145,10 +145,7 @@ void setup_is_sane(int) {
     std::_Exit(count_maps() > before + 20 ? 11 : 0);
 }
 
-const struct {
-    const char* name;
-    void (*run)(int);
-} kModes[] = {
+constexpr Mode kOwnModes[] = {
     {"fault", fault},
     {"fault-impossible-address", fault_at_impossible_address},
     {"overflow", overflow_stack},
@@ -173,8 +170,10 @@ const struct {
 
 int main(int argc, char** argv) {
     const int number = argc > 2 ? std::atoi(argv[2]) : 0;
-    for (const auto& mode : kModes) {
-        if (argc > 1 && std::strcmp(mode.name, argv[1]) == 0) mode.run(number);
+    for (const auto modes : {std::span<const Mode>(kOwnModes), memory_modes(), thread_modes(), resource_modes()}) {
+        for (const Mode& mode : modes) {
+            if (argc > 1 && std::strcmp(mode.name, argv[1]) == 0) mode.run(number);
+        }
     }
     return 3;  // still alive
 }

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -102,6 +104,18 @@ class Program {
         return status;
     }
 
+    // The same for a program that may never end; it is killed then, and nothing is answered.
+    [[nodiscard]] std::optional<int> wait_status_within(int seconds) const {
+        pollfd end{.fd = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)), .events = POLLIN, .revents = 0};
+        if (end.fd < 0) return wait_status();
+        int ready = 0;
+        while ((ready = ::poll(&end, 1, seconds * 1000)) < 0 && errno == EINTR) continue;
+        ::close(end.fd);
+        if (ready == 0) ::kill(pid_, SIGKILL);
+        const int status = wait_status();
+        return ready == 0 ? std::nullopt : std::optional<int>(status);
+    }
+
   private:
     [[nodiscard]] unsigned long long ignored_signals() const {
         std::ifstream file("/proc/" + std::to_string(pid_) + "/status");
@@ -164,14 +178,21 @@ inline std::size_t count_of(std::string_view text, std::string_view part) {
     return count;
 }
 
-// The exception records, newest first.
-inline std::vector<KovaExceptInfo> stored_records() {
+// The exception records, newest first; none where the box cannot be read.
+inline std::vector<KovaExceptInfo> readable_records(std::uint32_t* code) {
     std::uint32_t count = 20;
     void* buffer = nullptr;
-    EXPECT_EQ(0U, KOVA_BoxRead(0, 0, &count, &buffer));
-    std::vector<KovaExceptInfo> records(buffer == nullptr ? 0 : count);
+    *code = KOVA_BoxRead(0, 0, &count, &buffer);
+    std::vector<KovaExceptInfo> records(*code != 0 || buffer == nullptr ? 0 : count);
     if (!records.empty()) std::memcpy(records.data(), buffer, records.size() * sizeof(KovaExceptInfo));
     if (buffer != nullptr) KovaBaseFree(g_kovaAgentMemHandle, buffer, "test", __LINE__);
+    return records;
+}
+
+inline std::vector<KovaExceptInfo> stored_records() {
+    std::uint32_t code = 0;
+    auto records = readable_records(&code);
+    EXPECT_EQ(0U, code);
     return records;
 }
 
