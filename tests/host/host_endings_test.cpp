@@ -30,23 +30,6 @@ TEST_F(HostEndings, TheFirstSignalIsTheOneTheProgramDiesOf) {
     EXPECT_EQ(SIGFPE, records[0].signalNumber);
 }
 
-TEST_F(HostEndings, TwoThreadsThatFaultTogetherLeaveOneReportAndOneRecord) {
-    for (int round = 0; round < 5; ++round) {
-        SetUp();
-        EXPECT_EQ(SIGSEGV, WTERMSIG(run({"crash_helper", "two-threads"})));
-        EXPECT_EQ(1U, stored_records().size());
-        EXPECT_EQ(1U, count_of(log_text(), kReportHead));
-    }
-}
-
-TEST_F(HostEndings, AParentIsCapturedAfterItsVforkedChildDiedInItsMemory) {
-    EXPECT_EQ(SIGSEGV, WTERMSIG(run({"crash_helper", "vfork", text_of(SIGSEGV)})));
-    const auto records = stored_records();
-    ASSERT_EQ(2U, records.size());
-    EXPECT_EQ(SIGSEGV, records[0].signalNumber);
-    EXPECT_EQ(SIGABRT, records[1].signalNumber);
-}
-
 TEST_F(HostEndings, ACaptureThatFaultsOrHangsKeepsTheRecordAndTheStatus) {
     const struct {
         const char* name;
@@ -70,24 +53,6 @@ TEST_F(HostEndings, ACaptureThatFaultsOrHangsKeepsTheRecordAndTheStatus) {
             EXPECT_EQ(c.records, stored_records().size());
         }
     }
-}
-
-TEST_F(HostEndings, ALockedLogDelaysTheRecordAndDoesNotLoseIt) {
-    {
-        const HeldLock log(kLogPath);
-        EXPECT_EQ(SIGSEGV, WTERMSIG(run({"crash_helper", "fault", text_of(SIGSEGV)})));
-    }
-    EXPECT_EQ(1U, stored_records().size());
-}
-
-TEST_F(HostEndings, ALockedBoxCannotHoldTheProcess) {
-    EXPECT_TRUE(stored_records().empty());  // makes the box
-    {
-        const HeldLock box(kBoxPath);
-        EXPECT_EQ(SIGABRT, WTERMSIG(run({"crash_helper", "abort"}, {.timeout_seconds = "1"})));
-    }
-    EXPECT_TRUE(stored_records().empty());
-    EXPECT_NE(0U, count_of(log_text(), kReportHead));
 }
 
 }  // namespace

@@ -32,8 +32,9 @@ OpenStep SharedFile::open_locked(const Steps& steps) {
         if (!lock_whole_file(fd_.get(), kind_.budget(), thread_)) break;
         locked_ = true;
         struct stat status {};
-        const bool is_regular = ::fstat(fd_.get(), &status) == 0 && S_ISREG(status.st_mode);
-        if (!is_regular) {
+        // A file that cannot be looked at may still be written: nothing is lost by trying.
+        if (::fstat(fd_.get(), &status) != 0) return OpenStep::kDone;
+        if (!S_ISREG(status.st_mode)) {
             errno = EINVAL;
             failed = OpenStep::kOpen;
             break;

@@ -149,7 +149,8 @@ class Plan {
         const bool replaces = op_ == Op::kReset || op_ == Op::kCreate;
         const bool appends = op_ == Op::kAppend;
         call("open", replaces ? kReplaces : 22);
-        call("fstat", replaces ? kReplaces : 22);
+        // What is not to be changed before the lock is looked at once, after it.
+        if (replaces || appends) call("fstat", replaces ? kReplaces : 22);
         if (appends) call("ftruncate", 33);
         if (op_ == Op::kCreate) call("ftruncate", 0xFFFFFFF8);
         call("lock", appends ? 54 : 53);

@@ -1,10 +1,7 @@
 // The road of a fatal signal, seen from outside: what real and made-up signals leave in the log and in the black box.
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
-#include <atomic>
 #include <regex>
 
 #include "sysdiag/except/capture_fixture.h"
@@ -256,138 +253,6 @@ TEST_F(Capture, RegistersThatPointAtHostileMappingsAreLeftOutOrClipped) {
     ::munmap(mapped, page);
     ::close(file);
     ::unlink(path);
-}
-
-void* crash_in_thread(void* stack_overflow) {
-    const PaintedStack stack(65536);
-    if (stack_overflow != nullptr) overflow_the_stack();
-    write_to_null();
-    return nullptr;
-}
-
-[[gnu::noinline]] void smash_the_stack() {
-    void** const frame = static_cast<void**>(__builtin_frame_address(0));
-    // The saved frame pointer, the return address and the callers' frames.
-    for (std::size_t i = 0; i < 64; ++i) frame[i] = reinterpret_cast<void*>(0xDEADBEEF00000000ULL + 8 * i);
-    asm volatile("" ::: "memory");
-}
-
-TEST_F(Capture, BrokenStacksAndWildJumpsStillLeaveReportAndRecord) {
-    const struct {
-        const char* name;
-        void (*crash)();
-        int signal;
-    } cases[] = {
-        {"stack overflow in the main thread", [] { overflow_the_stack(); }, SIGSEGV},
-        {"stack overflow in a thread",
-         [] {
-             pthread_t thread;
-             static int overflow;
-             ::pthread_create(&thread, nullptr, crash_in_thread, &overflow);
-             ::pthread_join(thread, nullptr);
-         },
-         SIGSEGV},
-        {"a jump to a data page",
-         [] {
-             static std::uint8_t data[64];
-             reinterpret_cast<void (*)()>(reinterpret_cast<std::uintptr_t>(data))();
-         },
-         SIGSEGV},
-#if !defined(__SANITIZE_THREAD__)
-        // The unwinder faults in these, and that sanitizer's runtime does not survive a jump out of a fault there.
-        {"a jump to no mapping", [] { reinterpret_cast<void (*)()>(0x5'0000'0000)(); }, SIGSEGV},
-        {"a smashed stack", [] { smash_the_stack(); }, 0},
-#endif
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        SetUp();
-        const int status = in_child([&c] {
-            KOVA_ExceptInit();
-            install_host();
-            const PaintedStack stack(65536);
-            c.crash();
-        });
-        ASSERT_TRUE(WIFSIGNALED(status)) << status;
-        if (c.signal != 0) {
-            EXPECT_EQ(c.signal, WTERMSIG(status));
-        }
-        const auto records = stored_records();
-        ASSERT_EQ(1U, records.size());
-        EXPECT_GE(records[0].callStackDepth, 1U);
-        EXPECT_EQ(records[0].machineContext.registers.pc, records[0].callStackAddress[0]);
-        EXPECT_EQ(2U, count_of(read_text(kLogPath), kHeading));
-    }
-}
-
-TEST_F(Capture, ProcessesThatCrashAtOnceEachLeaveTheirOwn) {
-    constexpr int kProcesses = 6;
-    int start[2];
-    ASSERT_EQ(0, ::pipe(start));
-    std::vector<pid_t> children;
-    for (int i = 0; i < kProcesses; ++i) {
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            ::alarm(kChildLimitSeconds);
-            KOVA_ExceptInit();
-            install_host();
-            const PaintedStack stack(65536);
-            ::close(start[1]);
-            char byte;
-            static_cast<void>(!::read(start[0], &byte, 1));  // returns when the parent closes its end
-            write_to_null();
-        }
-        children.push_back(pid);
-    }
-    ::close(start[0]);
-    ::close(start[1]);
-    for (const pid_t pid : children) {
-        int status = 0;
-        ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;
-    }
-    const auto records = stored_records();
-    ASSERT_EQ(static_cast<std::size_t>(kProcesses), records.size());
-    const std::string log = read_text(kLogPath);
-    for (const pid_t pid : children) {
-        const auto is_of = [pid](const KovaExceptInfo& record) { return record.processId == pid; };
-        EXPECT_EQ(1, std::count_if(records.begin(), records.end(), is_of));
-        EXPECT_EQ(2U, count_of(log, "Exception Process ID:      " + std::to_string(pid) + "\n"));
-    }
-    // No piece was split: every header is whole.
-    EXPECT_EQ(2U * kProcesses, count_of(log, std::string(kHeading) + "\nException Time:            2"));
-    EXPECT_EQ(2U * kProcesses, count_of(log, "(CPU Tick Low)\nRegister Contents:\nReg:  X0, Val = 0x"));
-}
-
-std::atomic<int> g_threads_ready{0};
-
-TEST_F(Capture, ThreadsThatFaultAtOnceLeaveOneRecordAndATraceLineEach) {
-    const int status = in_child([] {
-        KOVA_ExceptInit();
-        install_host([](int signal, siginfo_t* info, void* context) {
-            static std::atomic<int> captured{0};
-            KOVA_SignalInfoRecordHandler(signal, info, context);
-            // Ends the process once both have been through.
-            if (captured.fetch_add(1) == 1) ::_exit(0);
-            for (;;) ::pause();
-        });
-        const auto crash = [](void*) -> void* {
-            const PaintedStack stack(65536);
-            g_threads_ready.fetch_add(1);
-            while (g_threads_ready.load() != 2) continue;
-            write_to_null();
-            return nullptr;
-        };
-        pthread_t threads[2];
-        for (pthread_t& thread : threads) ::pthread_create(&thread, nullptr, crash, nullptr);
-        for (const pthread_t thread : threads) ::pthread_join(thread, nullptr);
-    });
-    EXPECT_EQ(0, status);
-    const std::string log = read_text(kLogPath);
-    EXPECT_EQ(2U, count_of(log, "send Signal[11:SIGSEGV]"));
-    const std::size_t captures = stored_records().size();  // two when the second came after the first was done
-    EXPECT_TRUE(captures == 1 || captures == 2) << captures;
-    EXPECT_EQ(2 * captures, count_of(log, kHeading));
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
