@@ -6,10 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "box_verify.h"
+#include "box_report.h"
 #include "kovactl_box_fixture.h"
-#include "record_json.h"
-#include "record_text.h"
 
 namespace kova::kovactl {
 namespace {
@@ -204,12 +202,14 @@ TEST_F(KovactlBox, NoFileHarmsIt) {
         }
         if (random() % 4 == 0) bytes.resize(random() % bytes.size());
         const BoxSnapshot snapshot("file", bytes);
-        static_cast<void>(verify(snapshot));
+        const Verdict verdict = verify(snapshot);
+        std::string text = list_text(snapshot) + list_json(snapshot).dump() + verify_text(snapshot, verdict) +
+                           verify_json(snapshot, verdict).dump() + salvage_text(snapshot) +
+                           salvage_json(snapshot).dump() + slot_report_text(snapshot, 0);
         for (const StoredRecord& stored : snapshot.newest_first(0)) {
-            const KovaExceptInfo record = snapshot.exception(stored.slot);
-            const std::string text = record_text(record) + record_json(record).dump();
-            for (const char c : text) ASSERT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F));
+            text += record_report_text(snapshot, stored) + record_report_json(snapshot, stored).dump();
         }
+        for (const char c : text) ASSERT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F));
         ASSERT_LE(snapshot.newest_first(1).size(), 100u);
     }
 }

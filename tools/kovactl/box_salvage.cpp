@@ -10,12 +10,13 @@ namespace kova::kovactl {
 namespace {
 
 SalvagedRecord salvaged(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot, bool is_counted) {
-    std::vector<RecordFault> faults = record_faults(box, snapshot.slot(box, slot));
-    return {.slot = slot,
-            .offset = slot_place(box, slot),
-            .is_counted = is_counted,
-            .may_be_torn = !faults.empty(),
-            .faults = std::move(faults)};
+    SalvagedRecord record{.slot = slot,
+                          .offset = slot_place(box, slot),
+                          .is_counted = is_counted,
+                          .may_be_torn = false,
+                          .faults = record_faults(box, snapshot.slot(box, slot))};
+    record.may_be_torn = !record.faults.empty();
+    return record;
 }
 
 }  // namespace
