@@ -15,7 +15,8 @@ Installs the Debian packages that are missing, then takes these steps (default: 
   tsan     the same tests under ThreadSanitizer
   arm64    cross build; the tests on an arm64 kernel in an emulated machine
   release  the same tests without assertions
-  nightly  all of these, the tests that take minutes, and style over every file
+  nightly  all of these, the tests that take minutes, style over every file, and the long versions of the tests that
+           have one (KOVA_NIGHTLY=1)
 
 A step that fails does not keep the others from running. The last line is "N passed, N failed", counted in single test
 cases; a step that could not be built or came to no result counts as one failed case. Outputs are in build/logs.
@@ -35,7 +36,10 @@ while (($#)); do
             style_arguments=(--since "$2") && shift
             ;;
         dev | style | asan | tsan | arm64 | release) steps+=("$1") ;;
-        nightly) steps=(dev style asan tsan release arm64) style_arguments=(--all) label_arguments=() ;;
+        nightly)
+            steps=(dev style asan tsan release arm64) style_arguments=(--all) label_arguments=()
+            export KOVA_NIGHTLY=1
+            ;;
         *) usage >&2 && echo "test.sh: unknown step '$1'" >&2 && exit 2 ;;
     esac
     shift

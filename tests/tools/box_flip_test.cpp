@@ -75,7 +75,7 @@ struct Tally {
 };
 
 TEST(BoxFlips, EachIsFoundOrInARecordsContent) {
-    const std::size_t stride = std::getenv("KOVA_NIGHTLY") != nullptr ? 1 : 61;
+    const std::size_t stride = std::getenv("KOVA_NIGHTLY") != nullptr ? 1 : 241;
     BoxSnapshot snapshot("file", file_with_records());
     ASSERT_TRUE(verify(snapshot).faults.empty());
     // Three million copies of the file would take minutes: the one that there is, is changed under its reader.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +23,11 @@ namespace kova::test {
 
 inline constexpr char kBoxPath[] = "/opt/norvel/var/log/kova_exception_assert";
 inline constexpr std::uint32_t kMixed = 0xFFFFFFFF;  // of a record that is not the same word throughout
+
+// KOVA_NIGHTLY in the environment: every case, and rounds that take their time.
+inline bool nightly() {
+    return std::getenv("KOVA_NIGHTLY") != nullptr;
+}
 
 class BlackBox : public ::testing::Test {
   protected:

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdlib>
 #include <ctime>
 #include <optional>
 #include <random>
@@ -17,8 +16,6 @@ namespace {
 
 class BoxLoss : public BlackBox {
   protected:
-    static int rounds(int usually, int nightly) { return std::getenv("KOVA_NIGHTLY") != nullptr ? nightly : usually; }
-
     static std::mt19937 seeded() {
         const std::uint32_t seed = std::random_device{}();
         std::printf("seed: %u\n", seed);
@@ -52,6 +49,8 @@ TEST_F(BoxLoss, AWriterKilledAtAnyCallLeavesWhatItsCallsMade) {
                     for (const Fate fate : {Fate::kDieBefore, Fate::kDieMidway, Fate::kDieAfter}) {
                         const bool midway = fate == Fate::kDieMidway;
                         if (midway && steps[at].call != "write") continue;
+                        // Before a call is after the one before it.
+                        if (fate == Fate::kDieBefore && at != 0 && !nightly()) continue;
                         SCOPED_TRACE(::testing::Message() << "op " << static_cast<int>(op) << ", box " << box
                                                           << " of a file " << state.name << ", call " << at << ", "
                                                           << steps[at].call << ", fate " << static_cast<int>(fate));
@@ -188,7 +187,7 @@ class BoxWriters : public BoxLoss {
 TEST_F(BoxWriters, KilledAtRandomLoseNothingReportedAsStored) {
     std::mt19937 random = seeded();
     ASSERT_EQ(0u, KOVA_CreateBox());
-    const auto count = static_cast<std::uint32_t>(rounds(100, 2000));
+    const std::uint32_t count = nightly() ? 2000u : 100u;
     for (std::uint32_t round = 1; round <= count && !HasFatalFailure(); ++round) {
         SCOPED_TRACE(round);
         const Bytes before = file();
@@ -253,7 +252,7 @@ TEST_F(BoxLoss, PowerFailingCostsAtMostWhatWasNotWrittenBack) {
         if (c.operations[0].op == Op::kReset || !node_head_is_sound(before, box)) kept.clear();
         if (c.operations[0].op == Op::kAppend && kept.size() == kCapacity[box]) kept.resize(kept.size() - c.touched);
         const bool all = pieces.size() <= 8;
-        const auto subsets = all ? 1 << pieces.size() : rounds(300, 5000);
+        const auto subsets = all ? 1 << pieces.size() : (nightly() ? 5000 : 300);
         for (int subset = 0; subset < subsets; ++subset) {
             SCOPED_TRACE(::testing::Message() << c.name << ", subset " << subset);
             Bytes image = before;
