@@ -38,17 +38,20 @@ void write_piece(std::string_view text) {
 }
 
 void read_name() {
+    static const std::string kPath = proc_path("comm");
     char name[32];
-    const int file = ::open("/proc/self/comm", O_RDONLY | O_NOFOLLOW);
+    const int file = ::open(kPath.c_str(), O_RDONLY | O_NOFOLLOW);
     static_cast<void>(!::read(file, name, sizeof name));
     ::close(file);
 }
 
 // Answers a descriptor of the log, in which the copy begins at *first.
 int copy_map(off_t* first) {
+    static const std::string kMergedPath = proc_path("maps_merge");
+    static const std::string kPath = proc_path("maps");
     struct stat status {};
-    ::stat("/proc/self/maps_merge", &status);
-    const int map = ::open("/proc/self/maps", O_RDONLY | O_NOFOLLOW);
+    ::stat(kMergedPath.c_str(), &status);
+    const int map = ::open(kPath.c_str(), O_RDONLY | O_NOFOLLOW);
     ::fstat(map, &status);
     const int log = open_locked(kLogPath, O_APPEND);
     *first = ::lseek(log, 0, SEEK_END);

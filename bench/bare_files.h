@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <cstddef>
 #include <cstdlib>
+#include <string>
 
 #include "kova/black_box.h"
 #include "kova/exception_record.h"
@@ -18,6 +19,11 @@ namespace kova::bench {
 inline constexpr char kBoxFile[] = "/opt/norvel/var/log/kova_exception_assert";
 inline constexpr off_t kFirstNodeHead = sizeof(KovaBoxHead);
 inline constexpr off_t kFirstRecord = kFirstNodeHead + static_cast<off_t>(sizeof(KovaBoxNodeHead));
+
+// "/proc/PID/NAME" of this process, which must be one and the same all the time.
+inline std::string proc_path(const char* name) {
+    return "/proc/" + std::to_string(::getpid()) + "/" + name;
+}
 
 inline int open_locked(const char* path, int flags, off_t length = 0) {
     const int fd = ::open(path, flags | O_CREAT | O_RDWR | O_NOFOLLOW, 0660);

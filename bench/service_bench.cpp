@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
 
 #include "bare_files.h"
 #include "kova/calendar_time.h"
@@ -68,8 +69,10 @@ void bare_debug_line() {
     const int log = ::open(kDebugLog, O_RDWR | O_CREAT | O_APPEND, 0666);
     struct stat status {};
     ::fstat(log, &status);
+    static const std::string kPath = proc_path("comm");
     char name[128];
-    const int comm = ::open("/proc/self/comm", O_RDONLY | O_NOFOLLOW);
+    static_cast<void>(::getpid());
+    const int comm = ::open(kPath.c_str(), O_RDONLY | O_CLOEXEC);
     static_cast<void>(!::read(comm, name, sizeof name));
     ::close(comm);
     ::prctl(PR_GET_NAME, name);

@@ -30,12 +30,15 @@ class Sink {
   public:
     Sink(char* dst, std::size_t room) : dst_(dst), room_(room) {}
 
+    // Most padding and prefixes are empty.
     void put(const char* text, std::size_t length) {
+        if (length == 0) return;
         const std::size_t taken = take(length);
         if (dst_ != nullptr) std::memmove(dst_ + count_ - taken, text, taken);
     }
 
     void pad(char c, std::size_t length) {
+        if (length == 0) return;
         const std::size_t taken = take(length);
         if (dst_ != nullptr) std::memset(dst_ + count_ - taken, c, taken);
     }
@@ -213,12 +216,21 @@ std::uint64_t unsigned_argument(Length length, Arguments* arguments) {
 }
 
 // sign or base prefix, zeros, digits, within the width. The precision is the least number of digits.
+// Backwards from `end`; answers the first digit. A base known to the compiler spares a division for each.
+template <unsigned kBase>
+char* digits_before(char* end, std::uint64_t value, const char* alphabet) {
+    for (; value != 0; value /= kBase) *--end = alphabet[value % kBase];
+    return end;
+}
+
 void put_number(Sink* sink, const Conversion& conversion, std::uint64_t value, unsigned base, const char* prefix) {
     char digits[22];  // 64 bits in octal
     const char* const alphabet = conversion.letter == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
-    char* first = digits + sizeof digits;
-    for (; value != 0; value /= base) *--first = alphabet[value % base];
-    const auto count = static_cast<std::size_t>(digits + sizeof digits - first);
+    char* const end = digits + sizeof digits;
+    const char* const first = base == 10  ? digits_before<10>(end, value, alphabet)
+                              : base == 8 ? digits_before<8>(end, value, alphabet)
+                                          : digits_before<16>(end, value, alphabet);
+    const auto count = static_cast<std::size_t>(end - first);
 
     const std::size_t precision = conversion.has_precision ? conversion.precision : 1;
     std::size_t zeros = precision > count ? precision - count : 0;
@@ -337,7 +349,7 @@ Outcome format_into(Sink* sink, const char* format, va_list arguments) {
     va_copy(own.list, arguments);
     Outcome outcome = Outcome::kDone;
     while (*format != '\0' && outcome == Outcome::kDone && !sink->is_overrun()) {
-        const std::size_t literal = std::strcspn(format, "%");
+        const auto literal = static_cast<std::size_t>(::strchrnul(format, '%') - format);
         sink->put(format, literal);
         format += literal;
         if (*format == '\0') break;
