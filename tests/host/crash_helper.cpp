@@ -94,6 +94,26 @@ void own_handler(int number) {
     ::raise(number);
 }
 
+// A program that looks before it arranges its signals, arranges them, and puts them back. Exit codes 10 to 13 tell what
+// it saw that it should not have seen.
+void default_again(int number) {
+    const auto is_default = [number] {
+        struct sigaction seen {};
+        ::sigaction(number, nullptr, &seen);
+        return seen.sa_handler == SIG_DFL && (seen.sa_flags & SA_SIGINFO) == 0;
+    };
+    if (!is_default()) std::_Exit(10);
+    if (::signal(number, SIG_IGN) != SIG_DFL) std::_Exit(11);
+    ::raise(number);
+    if (::signal(number, SIG_DFL) != SIG_IGN || !is_default()) std::_Exit(12);
+    struct sigaction action {};
+    action.sa_handler = [](int) { std::_Exit(13); };
+    struct sigaction old {};
+    ::sigaction(number, &action, &old);
+    ::sigaction(number, &old, nullptr);
+    ::raise(number);
+}
+
 void blocked(int number) {
     sigset_t set;
     sigemptyset(&set);
@@ -158,6 +178,7 @@ constexpr Mode kOwnModes[] = {
     {"exit", [](int number) { std::exit(number); }},
     {"wait", wait_for_signal},
     {"own-handler", own_handler},
+    {"default-again", default_again},
     {"blocked", blocked},
     {"child", crash_of_a_child},
     {"vfork", crash_after_vfork_child},

@@ -56,6 +56,18 @@ TEST_F(HostStatus, WhatTheProgramArrangedItselfWins) {
     EXPECT_EQ("", log_text());
 }
 
+TEST_F(HostStatus, AProgramSeesTheDefaultAndCanPutItBack) {
+    for (const int number : {SIGINT, SIGSEGV, SIGXFSZ, SIGHUP}) {
+        SetUp();
+        expect_same_end({"crash_helper", "default-again", std::to_string(number)});
+        EXPECT_EQ(1U, stored_records().size()) << number;
+    }
+    // What was ignored from the beginning is seen as such.
+    SetUp();
+    const auto ignore = [] { ::signal(SIGHUP, SIG_IGN); };
+    EXPECT_EQ(10, WEXITSTATUS(run({"crash_helper", "default-again", std::to_string(SIGHUP)}, {.before_exec = ignore})));
+}
+
 TEST_F(HostStatus, SetUpRaisesTheLimitsAndThreadsLeaveNothingBehind) {
     const auto lower_limits = [] {
         for (const auto resource : {RLIMIT_NOFILE, RLIMIT_FSIZE}) {

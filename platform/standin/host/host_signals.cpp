@@ -23,6 +23,7 @@
 #include "kova/exception_capture.h"
 #include "kova/exception_log.h"
 #include "refused_call.h"
+#include "signal_disposition.h"
 #include "signal_effect.h"
 #include "stored_record.h"
 #include "watchdog.h"
@@ -82,7 +83,7 @@ void ignore_file_size_signal() {
     // The log may be at the limit for files: the write must fail, not kill the capture.
     struct sigaction action {};
     action.sa_handler = SIG_IGN;
-    static_cast<void>(::sigaction(SIGXFSZ, &action, nullptr));
+    static_cast<void>(real_sigaction(SIGXFSZ, &action, nullptr));
 }
 
 // A trace line and nothing else. The record handler would write the same line, but when the first capture ends just
@@ -188,24 +189,34 @@ void on_signal(int signal, siginfo_t* info, void* context) {
     errno = saved_errno;
 }
 
-void install_handler(int signal) {
-    struct sigaction current {};
-    if (::sigaction(signal, nullptr, &current) != 0) return;
-    if ((current.sa_flags & SA_SIGINFO) != 0 || current.sa_handler != SIG_DFL) return;
+struct sigaction handler_action() {
     struct sigaction action {};
     action.sa_sigaction = on_signal;
     action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
     sigfillset(&action.sa_mask);
     for (const int open : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS, kWatchdogSignal}) sigdelset(&action.sa_mask, open);
-    // Cannot fail: the signal and the action are valid ones.
-    static_cast<void>(::sigaction(signal, &action, nullptr));
+    return action;
+}
+
+// False for what is no signal that a handler can be installed for.
+bool install_handler(int signal, const struct sigaction& action) {
+    struct sigaction current {};
+    if (real_sigaction(signal, nullptr, &current) != 0) return false;
+    if ((current.sa_flags & SA_SIGINFO) != 0 || current.sa_handler != SIG_DFL) return true;
+    return real_sigaction(signal, &action, nullptr) == 0;
 }
 
 }  // namespace
 
 void install_handlers(std::int64_t capture_limit_ms) {
     g_capture_limit_ms = capture_limit_ms;
-    for (std::uint32_t i = 0; i < g_kovaSignalNum; ++i) install_handler(g_kovaSignalList[i]);
+    const struct sigaction action = handler_action();
+    std::uint64_t installed = 0;
+    for (std::uint32_t i = 0; i < g_kovaSignalNum; ++i) {
+        const int signal = g_kovaSignalList[i];
+        if (install_handler(signal, action)) installed |= std::uint64_t{1} << (signal - 1);
+    }
+    stand_in_for_default(installed, action);
 }
 
 }  // namespace kova::host

@@ -8,7 +8,8 @@
 namespace kova::host {
 
 // Installs the handler for every signal of g_kovaSignalList whose disposition is the default one: what the program was
-// started with or has arranged itself stays, and what it installs later wins.
+// started with or has arranged itself stays, and what it installs later wins. A signal that it puts back to the default
+// comes back here.
 //
 // capture_limit_ms: after this time a capture is cut off.
 void install_handlers(std::int64_t capture_limit_ms);

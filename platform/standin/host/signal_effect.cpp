@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "kova/exception_log.h"
+#include "signal_disposition.h"
 
 #include "base/signal_path.h"
 
@@ -20,7 +21,7 @@ void set_default_effect(int signal) {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     // Cannot fail: the signal is one that had a handler.
-    static_cast<void>(::sigaction(signal, &action, nullptr));
+    static_cast<void>(real_sigaction(signal, &action, nullptr));
 }
 
 void die_of(int signal, const siginfo_t& info) {

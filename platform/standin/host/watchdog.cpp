@@ -16,6 +16,7 @@
 #include <ctime>
 
 #include "base/thread_key.h"
+#include "signal_disposition.h"
 
 #include "base/signal_path.h"
 
@@ -91,7 +92,7 @@ void start_watchdog(std::int64_t limit_ms, void (*expired)()) {
     action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
     sigemptyset(&action.sa_mask);
     // Cannot fail: the signal is a valid one.
-    static_cast<void>(::sigaction(kWatchdogSignal, &action, nullptr));
+    static_cast<void>(real_sigaction(kWatchdogSignal, &action, nullptr));
 
     g_watchdog.has_timer = make_timer();
     tick_after(std::min(limit_ms, kTickMs));
