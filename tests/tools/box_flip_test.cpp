@@ -1,6 +1,7 @@
 // One flipped bit anywhere in a black box file: found, or in what a record says.
 //
-// Usually a part of the bits outside the heads; all 3,118,880 with KOVA_NIGHTLY set. Prints what became of them.
+// Usually a part of the bits outside the heads; all 3,118,880 (some minutes) with KOVA_NIGHTLY set. Prints what became
+// of them.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -75,7 +76,10 @@ struct Tally {
 };
 
 TEST(BoxFlips, EachIsFoundOrInARecordsContent) {
-    const std::size_t stride = std::getenv("KOVA_NIGHTLY") != nullptr ? 1 : 241;
+    std::size_t stride = std::getenv("KOVA_NIGHTLY") != nullptr ? 1 : 241;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    stride = 241;  // the whole takes an hour there
+#endif
     BoxSnapshot snapshot("file", file_with_records());
     ASSERT_TRUE(verify(snapshot).faults.empty());
     // Three million copies of the file would take minutes: the one that there is, is changed under its reader.
