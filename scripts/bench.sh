@@ -10,7 +10,7 @@ Usage: scripts/bench.sh [--help] [--filter REGEX]
 Installs the Debian packages that are missing, builds into build/bench and measures on a private node: a whole capture
 and the services of the agent, each against the system calls that it cannot do without, and the capture against a core
 dump and other crash handlers. Prints a table of ratios of medians, both sides measured in turn in this very run; the
-times behind them are in build/logs/bench-times.log. Takes about two minutes. x86-64 only.
+times behind them are in build/logs/bench-times.log. Takes a minute or two. x86-64 only.
 
   --filter REGEX  only the rows whose name matches, for instance "capture"
 
