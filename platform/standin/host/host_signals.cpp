@@ -99,6 +99,11 @@ void write_trace_line(int signal, const siginfo_t& info) {
         // The new limit first: a tick that finds the old one in the new phase would end the process at once.
         set_watchdog_limit(std::min(kStoreLimitMs, g_capture_limit_ms));
         g_capture.phase.store(Phase::kEnding);
+        // This may be a tick itself, and storing may wait for a lock that only another tick ends.
+        sigset_t ticks;
+        sigemptyset(&ticks);
+        sigaddset(&ticks, kWatchdogSignal);
+        unblock(ticks);
         store_unfinished_record();
     }
     die_of(g_capture.signal, g_capture.info);

@@ -87,9 +87,9 @@ void start_watchdog(std::int64_t limit_ms, void (*expired)()) {
 
     struct sigaction action {};
     action.sa_sigaction = on_tick;
-    // Without SA_RESTART: that the wait comes back is the purpose. With SA_NODEFER: a tick that stores the record may
-    // itself wait for a lock.
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+    // Without SA_RESTART: that the wait comes back is the purpose. Without SA_NODEFER: somebody who sends the signal
+    // all the time would pile up ticks until the alternate stack overflows.
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
     sigemptyset(&action.sa_mask);
     // Cannot fail: the signal is a valid one.
     static_cast<void>(real_sigaction(kWatchdogSignal, &action, nullptr));
