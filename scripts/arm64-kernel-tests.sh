@@ -8,8 +8,8 @@ usage() {
 Usage: scripts/arm64-kernel-tests.sh [--help] [--no-build] [--limit SECONDS] [--only TEST]
 
 Cross-builds preset arm64, boots Debian's arm64 kernel in qemu-system-aarch64 with the test programs in its initial
-file system, and runs all of them except those with the ctest labels "host" and "nightly". Needs no arm64 machine and no root, except
-to install missing Debian packages.
+file system, and runs all of them except those with the ctest labels "host" and "nightly". Needs no arm64 machine, and
+no root except to install missing Debian packages.
 
   --no-build        take build/arm64 as it is
   --limit SECONDS   how long the machine may run in all (default 900)
