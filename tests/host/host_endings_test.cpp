@@ -6,8 +6,6 @@ namespace {
 
 using HostEndings = OnFreshNode;
 
-constexpr char kReportHead[] = "Exception Info(";
-
 std::string text_of(int signal) {
     return std::to_string(signal);
 }

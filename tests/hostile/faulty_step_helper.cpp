@@ -31,12 +31,15 @@ void go_wrong_when_asked(const char* function) {
 
 }  // namespace
 
+// What is put together here are names, and lists that bring their parentheses along.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define IN_FRONT_OF(result, name, parameters, arguments)                                          \
     static const auto next_##name = reinterpret_cast<decltype(&name)>(::dlsym(RTLD_NEXT, #name)); \
     result name parameters {                                                                      \
         go_wrong_when_asked(#name);                                                               \
         return next_##name arguments;                                                             \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 IN_FRONT_OF(uint32_t, KOVA_WriteBaseInfoToLog, (const KovaExceptInfo* record), (record))
 IN_FRONT_OF(void, KOVA_DumpMapsFile, (), ())

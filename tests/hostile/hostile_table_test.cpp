@@ -136,6 +136,7 @@ class HostileCase : public testing::TestWithParam<Case> {
             c.before_exec();
         };
         std::vector<std::unique_ptr<Program>> programs;
+        programs.reserve(static_cast<std::size_t>(c.at_once));
         for (int i = 0; i < c.at_once; ++i) {
             programs.push_back(std::make_unique<Program>(
                 c.victim,
@@ -198,6 +199,8 @@ class HostileCase : public testing::TestWithParam<Case> {
         const KovaExceptInfo model = earlier_record();
         for (const KovaExceptInfo& record : records) {
             if (record.magic == KOVA_EXCEPT_MARKER && record.processId != 0) ++own;
+            // Byte for byte, what stands between the fields included: so it was stored.
+            // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
             if (std::memcmp(&record, &model, sizeof model) == 0) ++earlier;
         }
         record_ = own == 0 ? "none" : own == 1 ? "kept" : std::to_string(own) + " kept";

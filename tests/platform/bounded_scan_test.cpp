@@ -53,7 +53,7 @@ TEST(BoundedScan, NumbersAreScannedAndStreamsLeftLikeByTheCLibrary) {
         std::string format;
         for (std::size_t n = 1 + random() % 8; n > 0; --n) text += kTexts[random() % std::size(kTexts)];
         for (std::size_t n = 1 + random() % 4; n > 0; --n) format += kFormats[random() % std::size(kFormats)];
-        SCOPED_TRACE("seed " + std::to_string(seed) + " \"" + text + "\" by \"" + format + "\"");
+        SCOPED_TRACE(::testing::Message() << "seed " << seed << " \"" << text << "\" by \"" << format << "\"");
         FILE* const stream = ::fmemopen(text.data(), text.size(), "r");
         Values model;
         const int expected = std::fscanf(stream, format.c_str(), &model.v[0], &model.v[1], &model.v[2], &model.v[3]);

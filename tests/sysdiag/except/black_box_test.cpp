@@ -66,7 +66,7 @@ TEST_F(BlackBox, AnyOrderOfOperationsAgreesWithTheModel) {
             ASSERT_EQ(expected, read_newest(box, skip, wanted + 1));
         } else {
             operation.op = Op::kReadSlots;
-            std::ranges::rotate(stored, stored.begin() + next_slot_of(image, box) % std::max(count, 1u));
+            std::rotate(stored.begin(), stored.begin() + next_slot_of(image, box) % std::max(count, 1u), stored.end());
             std::ranges::reverse(stored);
             Answer expected{.code = skip == count && count != 0 && wanted != 0, .values = part(stored, skip, wanted)};
             expected.count = static_cast<std::uint32_t>(expected.values.size());
