@@ -39,11 +39,12 @@ TEST_F(KovactlSalvage, FindsWhatTheHeadsDoNotCount) {
     Bytes bytes = read_file(kLiveBoxFile);
     forget_last(bytes, 0, 3);
     forget_last(bytes, 1, 1);
-    at<KovaExceptInfo>(bytes, kSlot0 + kRecord)->processName[20] = 'x';
+    bytes[kSlot0 + kRecord + offsetof(KovaExceptInfo, processName) + 20] = 'x';
     // As far as a torn write got into a slot that was empty before: nothing of it can be believed, least of all its
     // time.
     *at<std::uint32_t>(bytes, kSlot0 + 19 * kRecord) = KOVA_EXCEPT_MARKER;
-    at<KovaExceptInfo>(bytes, kSlot0 + 19 * kRecord)->time.tm_year = 0x7FFFFFFF;
+    *at<std::int32_t>(bytes, kSlot0 + 19 * kRecord + offsetof(KovaExceptInfo, time) + offsetof(struct tm, tm_year)) =
+        0x7FFFFFFF;
     write_file(kCopy, bytes);
 
     const Result salvage = kovactl("box salvage --file /opt/copy");
