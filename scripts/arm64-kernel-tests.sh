@@ -12,7 +12,7 @@ file system, and runs all of them except those with the ctest labels "host" and 
 no root except to install missing Debian packages.
 
   --no-build        take build/arm64 as it is
-  --limit SECONDS   how long the machine may run in all (default 900)
+  --limit SECONDS   how long the machine may run in all (default 2400)
   --only TEST       run this one alone
 
 Everything stays under build/arm64-kernel: packages (a cache), console.log (what the machine printed), counts (cases
@@ -23,7 +23,7 @@ Exit status: 0 all passed, 1 something failed or the machine did not finish.
 END
 }
 
-build=1 limit=900 only=
+build=1 limit=2400 only=
 while (($#)); do
     case $1 in
         --help | -h) usage && exit 0 ;;
