@@ -15,6 +15,7 @@
 #include "kova/memory_map.h"
 #include "kova/node_identity.h"
 #include "kova/process_info.h"
+#include "kova/resource_region.h"
 #include "kova/shell_command.h"
 #include "kova/symbol.h"
 
