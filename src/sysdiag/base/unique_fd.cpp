@@ -44,6 +44,10 @@ UniqueFd open_file(const char* path, int flags, mode_t mode) {
     do {
         fd = ::open(path, flags, mode);
     } while (fd < 0 && errno == EINTR);
+    return above_standard(fd, flags);
+}
+
+UniqueFd above_standard(int fd, int flags) {
     if (fd < 0 || fd >= kFirstOwnFd) return UniqueFd(fd);
     UniqueFd low(fd);
     const int command = (flags & O_CLOEXEC) != 0 ? F_DUPFD_CLOEXEC : F_DUPFD;

@@ -32,6 +32,9 @@ class UniqueFd {
 // errno as the failing call left it.
 [[nodiscard]] UniqueFd open_file(const char* path, int flags, mode_t mode = 0);
 
+// Takes a descriptor over, or -1, and moves it above the standard ones in the same way. `flags` as it was opened with.
+[[nodiscard]] UniqueFd above_standard(int fd, int flags);
+
 // The same, and a path that is not a regular file (a FIFO, a device) counts as an open that failed, with EINVAL.
 [[nodiscard]] UniqueFd open_regular_file(const char* path, int flags, mode_t mode = 0);
 
