@@ -6,6 +6,8 @@
 
 #include "kova/black_box.h"
 #include "kova/calendar_time.h"
+#include "kova/cpu_smoothing.h"
+#include "kova/data_plane_cpu.h"
 #include "kova/debug_log.h"
 #include "kova/exception_capture.h"
 #include "kova/exception_log.h"
@@ -14,9 +16,12 @@
 #include "kova/memory.h"
 #include "kova/memory_map.h"
 #include "kova/node_identity.h"
+#include "kova/process_cpu.h"
 #include "kova/process_info.h"
+#include "kova/resource_attach.h"
 #include "kova/resource_region.h"
 #include "kova/shell_command.h"
 #include "kova/symbol.h"
+#include "kova/system_usage.h"
 
 #endif /* KOVA_SYSDIAG_H */

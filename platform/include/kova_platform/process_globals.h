@@ -10,6 +10,8 @@
 
 #include "kova/exception_record.h"
 #include "kova/export.h"
+#include "kova/process_cpu.h"
+#include "kova/resource_region.h"
 
 KOVA_BEGIN_DECLS
 
@@ -47,6 +49,26 @@ extern KOVA_API KovaAbnormalExitQuery g_kovaIsProcessAbnormalExit;
 /* Path of the map file that the last search opened. */
 #define KOVA_MAPS_FILE_NAME_SIZE 64
 extern KOVA_API char g_mapsFileName[KOVA_MAPS_FILE_NAME_SIZE];
+
+/*
+ * The daemon's shared region as this process has it mapped, and its data-plane parts. All NULL until the process is
+ * attached, then there for its life. Stored with release before the flag.
+ */
+extern KOVA_API KovaResourceRegion *g_KovaResourceInfoAgent;
+extern KOVA_API KovaThreadTick *g_CpuUsageIdelTickAgent;
+extern KOVA_API uint32_t *g_DataPlaneCpuUsageAgent;
+extern KOVA_API uint32_t *g_DataPlaneSampleCycleAgent;
+extern KOVA_API uint32_t *g_DataPlaneProcessCycleAgent;
+extern KOVA_API KovaProcessCpuUsage *g_DataPlaneProcessCpuUsageAgent;
+
+/* 1 once the process is attached and the pointers are set, else 0. Stored with release, read with acquire. */
+extern KOVA_API uint32_t g_KovaResourceInitAgentOK;
+
+/* Held while the process is attached. */
+extern KOVA_API pthread_mutex_t g_kovaResourceAgentInitMutexLock;
+
+/* Baseline and latest figures of the process whose CPU usage is monitored. No lock: threads overwrite each other. */
+extern KOVA_API KovaProcessCpuUse g_gKovaProcessCpuUseAgent;
 
 KOVA_END_DECLS
 

@@ -17,3 +17,13 @@ constinit pthread_rwlock_t g_exceptLogbufInitlock = PTHREAD_RWLOCK_INITIALIZER;
 constinit KovaExceptCallStackHook g_kovaExceptCallback = nullptr;
 constinit KovaAbnormalExitQuery g_kovaIsProcessAbnormalExit = nullptr;
 constinit char g_mapsFileName[KOVA_MAPS_FILE_NAME_SIZE] = {};
+
+constinit KovaResourceRegion* g_KovaResourceInfoAgent = nullptr;
+constinit KovaThreadTick* g_CpuUsageIdelTickAgent = nullptr;
+constinit uint32_t* g_DataPlaneCpuUsageAgent = nullptr;
+constinit uint32_t* g_DataPlaneSampleCycleAgent = nullptr;
+constinit uint32_t* g_DataPlaneProcessCycleAgent = nullptr;
+constinit KovaProcessCpuUsage* g_DataPlaneProcessCpuUsageAgent = nullptr;
+constinit uint32_t g_KovaResourceInitAgentOK = 0;
+constinit pthread_mutex_t g_kovaResourceAgentInitMutexLock = PTHREAD_MUTEX_INITIALIZER;
+constinit KovaProcessCpuUse g_gKovaProcessCpuUseAgent = {};
