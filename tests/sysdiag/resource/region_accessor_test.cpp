@@ -104,15 +104,12 @@ TEST_F(Accessors, FindAPointerMissing) {
     g_KovaResourceInitAgentOK = 1;
     for (const Accessor& accessor : kAccessors) expect_detached_answer(accessor);
     EXPECT_EQ(1, log_recorder().count_of(region_error("[KOVA_SetReservedMem] g_KovaResourceInfoAgent is NULL")));
-    log_recorder().clear();
     KOVA_UpdateDataPlaneCpuUsage(1, 2, 3, 4);
+    KOVA_UpdateDataPlaneProcessCpuUsage(1, 2);
     KOVA_SearchIndexByThreadAll();
     EXPECT_EQ(128U, KOVA_SearchIndexByThread(0, 0, 0));
-    KOVA_UpdateDataPlaneProcessCpuUsage(1, 2);
     KOVA_DataPlaneCpuInitAgent();
-    EXPECT_EQ((Messages{region_error("g_DataPlaneProcessCpuUsageAgent is NULL"),
-                        region_error("input parameter unavailable")}),
-              log_recorder().take());
+    EXPECT_EQ(region_error("input parameter unavailable"), log_recorder().take().back());
 }
 
 TEST_F(Accessors, LeaveTheProcessDetachedFromAnObjectThatCannotBeUsed) {
@@ -136,22 +133,16 @@ TEST_F(Accessors, LeaveTheProcessDetachedFromAnObjectThatCannotBeUsed) {
 }
 
 TEST_F(Accessors, SizeAnEmptyObjectAndKeepTheContentsOfAFullOne) {
-    ::close(::open(kObject, O_RDWR | O_CREAT, 0600));
-    KOVA_ResourceInfoInitAgent();
-    EXPECT_EQ(0U, KOVA_SetReservedVirtualMem(4));  // SIGBUS where there is nothing
-    detach();
-    attach();
-    EXPECT_EQ(4U, region().reservedVirtualMem);
-    detach();
-    in_child([] {
-        for (const int fd : {0, 1, 2}) ::close(fd);
+    for (const std::uint32_t value : {0U, 4U}) {
+        ::close(::open(kObject, O_RDWR | O_CREAT, 0600));
         KOVA_ResourceInfoInitAgent();
-        // No standard descriptor was left open on it.
-        if (GetResourceInitAgentState() != 1 || ::fcntl(0, F_GETFD) != -1) std::_Exit(1);
-    });
+        EXPECT_EQ(value, g_KovaResourceInfoAgent->reservedVirtualMem);  // SIGBUS where there is nothing
+        EXPECT_EQ(0U, KOVA_SetReservedVirtualMem(4));
+        detach();
+    }
 }
 
-TEST_F(Accessors, ReportAMutexThatCannotBeLocked) {
+TEST_F(Accessors, AreStoppedByNeitherClosedDescriptorsNorALockedMutex) {
     make_object();
     in_child([] {
         pthread_mutexattr_t checking;
@@ -164,20 +155,26 @@ TEST_F(Accessors, ReportAMutexThatCannotBeLocked) {
             std::ssize(kAccessors),
             log_recorder().count_of(region_error("[KOVA_ResourceInfoInitAgent] pthread lock unsuccessful. ret = 35")));
         EXPECT_EQ(0U, GetResourceInitAgentState());
+        ::pthread_mutex_unlock(&g_kovaResourceAgentInitMutexLock);
+        for (const int fd : {0, 1, 2}) ::close(fd);
+        KOVA_ResourceInfoInitAgent();
+        // None of them was left open on the object.
+        if (GetResourceInitAgentState() != 1 || ::fcntl(0, F_GETFD) != -1) std::_Exit(1);
     });
 }
 
-// The region ends where memory ends, and begins there too where pages are of 4 KiB.
-std::uint32_t* make_enclosed_region() {
+TEST_F(Accessors, AnswerWithinTheirRangeWhateverTheRegionHolds) {
+    // The region ends where memory ends, and begins there too where pages are of 4 KiB.
     const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     const std::size_t inner = std::max<std::size_t>(page, KOVA_RESOURCE_REGION_SIZE);
-    void* const memory = ::mmap(nullptr, inner + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    char* const begin = static_cast<char*>(memory) + page;
-    EXPECT_EQ(0, ::mprotect(begin, inner, PROT_READ | PROT_WRITE));
-    return reinterpret_cast<std::uint32_t*>(begin + inner - KOVA_RESOURCE_REGION_SIZE);
-}
-
-TEST_F(Accessors, AnswerWithinTheirRangeWhateverTheRegionHolds) {
+    auto* const memory =
+        static_cast<char*>(::mmap(nullptr, inner + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_EQ(0, ::mprotect(memory + page, inner, PROT_READ | PROT_WRITE));
+    auto* const words = reinterpret_cast<std::uint32_t*>(memory + page + inner - KOVA_RESOURCE_REGION_SIZE);
+    g_KovaResourceInfoAgent = reinterpret_cast<KovaResourceRegion*>(words);
+    KOVA_DataPlaneCpuInitAgent();
+    g_KovaResourceInitAgentOK = 1;
+    write_file("/usr/local/etc/kova_cpu_smooth.cfg", "");
     const std::uint32_t seed = std::random_device()();
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
@@ -186,24 +183,16 @@ TEST_F(Accessors, AnswerWithinTheirRangeWhateverTheRegionHolds) {
         const std::size_t choice = random() % 16;
         return choice < std::size(edges) ? edges[choice] : static_cast<std::uint32_t>(random());
     };
-    std::uint32_t* const words = make_enclosed_region();
-    g_KovaResourceInfoAgent = reinterpret_cast<KovaResourceRegion*>(words);
-    KOVA_DataPlaneCpuInitAgent();
-    g_KovaResourceInitAgentOK = 1;
-    write_file("/usr/local/etc/kova_cpu_smooth.cfg", "");
     in_child([&] {
         for (int round = 0; round < 300; ++round) {
             const bool sparse = round % 3 == 0;  // free entries are rare otherwise
             for (std::size_t i = 0; i < kWords; ++i) words[i] = sparse && random() % 8 != 0 ? 0 : any();
-            std::uint32_t value = 0;
-            for (const Accessor& accessor : kAccessors) accessor.call(&value);
-            value = 0;
-            for (const std::uint32_t span : {1U, 360U, any()}) KOVA_GetCpuTimeSpanUsage(span, &value);
-            EXPECT_GE(255U, value);
-            KOVA_GetSysCpuUsageSmooth(&value);
-            EXPECT_GE(99U, value);
-            KOVA_GetDataPlaneCpuUsage(&value);
-            EXPECT_GE(100U, value);
+            std::uint32_t percent[] = {0, 0, 0};
+            for (const Accessor& accessor : kAccessors) accessor.call(&percent[0]);
+            for (const std::uint32_t span : {1U, 360U, any()}) KOVA_GetCpuTimeSpanUsage(span, &percent[0]);
+            KOVA_GetSysCpuUsageSmooth(&percent[1]);
+            KOVA_GetDataPlaneCpuUsage(&percent[2]);
+            EXPECT_TRUE(percent[0] <= 255 && percent[1] <= 99 && percent[2] <= 100);
             KOVA_ChangeToSmoothCpu(any());
             KOVA_JudgeDataPlaneCore(any());
             KOVA_GetDataPlaneCpuUsageByCore(any());
