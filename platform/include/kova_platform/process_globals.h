@@ -70,6 +70,10 @@ extern KOVA_API pthread_mutex_t g_kovaResourceAgentInitMutexLock;
 /* Baseline and latest figures of the process whose CPU usage is monitored. No lock: threads overwrite each other. */
 extern KOVA_API KovaProcessCpuUse g_gKovaProcessCpuUseAgent;
 
+/* Publisher of resource events of this process, or NULL while it has none. Read with acquire, stored with release. */
+struct Publisher;
+extern KOVA_API struct Publisher *g_KovaPublisherAgent;
+
 KOVA_END_DECLS
 
 #endif /* KOVA_PLATFORM_PROCESS_GLOBALS_H */

@@ -27,3 +27,5 @@ constinit KovaProcessCpuUsage* g_DataPlaneProcessCpuUsageAgent = nullptr;
 constinit uint32_t g_KovaResourceInitAgentOK = 0;
 constinit pthread_mutex_t g_kovaResourceAgentInitMutexLock = PTHREAD_MUTEX_INITIALIZER;
 constinit KovaProcessCpuUse g_gKovaProcessCpuUseAgent = {};
+
+constinit struct Publisher* g_KovaPublisherAgent = nullptr;
