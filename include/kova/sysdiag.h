@@ -4,6 +4,7 @@
 #ifndef KOVA_SYSDIAG_H
 #define KOVA_SYSDIAG_H
 
+#include "kova/agent_registration.h"
 #include "kova/black_box.h"
 #include "kova/calendar_time.h"
 #include "kova/cpu_smoothing.h"
