@@ -10,6 +10,7 @@
 #include <string>
 
 #include "bare_files.h"
+#include "kova/assert.h"
 #include "kova/calendar_time.h"
 #include "kova/debug_log.h"
 #include "kova/memory.h"
@@ -62,6 +63,32 @@ void read_twenty(benchmark::State& state) {
         static_cast<void>(KOVA_BoxWrite(kExceptionBox, &kRecord, sizeof kRecord, nullptr));
     }
     compare(state, {.ours = read_records, .theirs = bare_read_records});
+}
+
+// The item is read back, and then read once more and rewritten under one hold of the lock.
+void bare_repeat() {
+    constexpr off_t kNodeHead = 199428;
+    constexpr off_t kItem = kNodeHead + static_cast<off_t>(sizeof(KovaBoxNodeHead));
+    static KovaAssertItem item;
+    const auto open_and_read = [] {
+        const int box = open_locked(kBoxFile, 0);
+        KovaBoxHead head;
+        KovaBoxNodeHead node;
+        read_at(box, 0, &head, sizeof head);
+        read_at(box, kNodeHead, &node, sizeof node);
+        read_at(box, kItem, &item, sizeof item);
+        return box;
+    };
+    unlock_close(open_and_read());
+    const int box = open_and_read();
+    item.time.tm_sec = static_cast<int>(::time(nullptr) % 60);
+    write_at(box, kItem, &item, sizeof item);
+    unlock_close(box);
+}
+
+void repeat_assert(benchmark::State& state) {
+    KOVA_Assert("bench/route.c", 211, "raised over and over");
+    compare(state, {.ours = [] { KOVA_Assert("bench/route.c", 211, "raised over and over"); }, .theirs = bare_repeat});
 }
 
 // As many bytes as the line has that debug_line() writes.
@@ -130,6 +157,7 @@ void symbol(benchmark::State& state) {
 
 BENCHMARK(append)->Name("append to the black box/its system calls")->UseManualTime()->Iterations(3000);
 BENCHMARK(read_twenty)->Name("read 20 records/their system calls")->UseManualTime()->Iterations(2000);
+BENCHMARK(repeat_assert)->Name("repeat of an assert/its system calls")->UseManualTime()->Iterations(3000);
 BENCHMARK(debug_line)->Name("line in the debug log/its system calls")->UseManualTime()->Iterations(3000);
 BENCHMARK(calendar)->Name("seconds to calendar time/gmtime_r")->UseManualTime()->Iterations(300);
 BENCHMARK(symbol)->Name("address to symbol/backtrace_symbols")->UseManualTime()->Iterations(200);

@@ -5,7 +5,11 @@
 #define KOVA_SYSDIAG_H
 
 #include "kova/agent_registration.h"
+#include "kova/assert.h"
+#include "kova/assert_macros.h"
+#include "kova/assert_record.h"
 #include "kova/black_box.h"
+#include "kova/box_items.h"
 #include "kova/calendar_time.h"
 #include "kova/cpu_smoothing.h"
 #include "kova/data_plane_cpu.h"

@@ -24,6 +24,16 @@ KOVA_API uint32_t KovaDLogWrite(uint32_t level, uint32_t messageId, const char *
     __attribute__((format(printf, 4, 5)));
 
 /**
+ * Writes a block of text, of many lines as a rule, to the diagnostic log, in slices of the size that the log takes.
+ *
+ * @param text   Need not be terminated.
+ * @param length Bytes, a terminator not counted.
+ *
+ * Threads: any. May raise an assert itself. Signals: not safe.
+ */
+KOVA_API void KOVA_DiagLogInSlice(const char *text, uint32_t length, uint32_t messageId);
+
+/**
  * Registers a diagnostic-log hook with the platform. The arguments are the platform's own; the agent passes six machine
  * words through.
  */

@@ -25,6 +25,13 @@ KOVA_API uint32_t KovaIsBoxStack(void);
 /** @param cpuId Out: CPU id. @return 0, or an error code. */
 KOVA_API uint32_t KovaDrvGetSelfCpuId(uint32_t *cpuId);
 
+/**
+ * Writes the text by which reports name this board ("5", or "2/5" with the chassis in front).
+ *
+ * @param buffer Out: size bytes, terminated; empty when the board is not known or the text does not fit.
+ */
+KOVA_API void KOVA_GetSlotId(char *buffer, uint32_t size);
+
 KOVA_END_DECLS
 
 #endif /* KOVA_PLATFORM_NODE_H */

@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <stdint.h>
 
+#include "kova/assert_record.h"
 #include "kova/exception_record.h"
 #include "kova/export.h"
 #include "kova/process_cpu.h"
@@ -73,6 +74,21 @@ extern KOVA_API KovaProcessCpuUse g_gKovaProcessCpuUseAgent;
 /* Publisher of resource events of this process, or NULL while it has none. Read with acquire, stored with release. */
 struct Publisher;
 extern KOVA_API struct Publisher *g_KovaPublisherAgent;
+
+/* The asserts that the process stored last. An entry of zeros is free. The agent changes it under a lock of its own;
+ * what others read of it may be half changed. */
+#define KOVA_ASSERT_TABLE_SIZE 5
+typedef struct KovaAssertTableEntry {
+    char fileName[KOVA_ASSERT_FILE_NAME_SIZE];
+    uint32_t line;
+    uint32_t slot;            /* of the stored item in box 1 */
+    uint32_t occurrenceCount; /* as last stored */
+} KovaAssertTableEntry;
+KOVA_STATIC_ASSERT(sizeof(KovaAssertTableEntry) == 44, "interface: assert table entry");
+extern KOVA_API KovaAssertTableEntry g_assertItem[KOVA_ASSERT_TABLE_SIZE];
+
+/* Entry that the next new assert takes, going round. Initially 0. */
+extern KOVA_API uint32_t g_assertCurIndex;
 
 KOVA_END_DECLS
 

@@ -29,3 +29,6 @@ constinit pthread_mutex_t g_kovaResourceAgentInitMutexLock = PTHREAD_MUTEX_INITI
 constinit KovaProcessCpuUse g_gKovaProcessCpuUseAgent = {};
 
 constinit struct Publisher* g_KovaPublisherAgent = nullptr;
+
+constinit KovaAssertTableEntry g_assertItem[KOVA_ASSERT_TABLE_SIZE] = {};
+constinit uint32_t g_assertCurIndex = 0;

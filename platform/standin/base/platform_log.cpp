@@ -21,6 +21,8 @@
 namespace {
 
 constexpr size_t kLineSize = 1024;
+constexpr size_t kSliceSize = 960;  // what a line takes beside its head
+constexpr uint32_t kInformation = 3;
 
 enum class Copy : int { kUndecided, kNo, kYes };
 constinit std::atomic<Copy> g_copy_to_stderr{Copy::kUndecided};
@@ -45,6 +47,13 @@ int priority_of(uint32_t level) {
         default:
             return LOG_INFO;
     }
+}
+
+// Characters of the next slice: up to its last line end, which a reader of the log would otherwise see in mid-word.
+size_t slice_length(const char* text, size_t left) {
+    if (left <= kSliceSize) return left;
+    const void* const line_end = ::memrchr(text, '\n', kSliceSize);
+    return line_end == nullptr ? kSliceSize : static_cast<size_t>(static_cast<const char*>(line_end) - text) + 1;
 }
 
 // One write, so that lines of several processes do not mix.
@@ -75,6 +84,17 @@ uint32_t KovaDLogWrite(uint32_t level, uint32_t messageId, const char* moduleTag
     if (copies_to_stderr()) write_line(line);
     errno = saved_errno;
     return 0;
+}
+
+void KOVA_DiagLogInSlice(const char* text, uint32_t length, uint32_t messageId) {
+    if (text == nullptr) return;
+    for (size_t left = length; left != 0;) {
+        const size_t slice = slice_length(text, left);
+        const bool ends_line = text[slice - 1] == '\n';  // the log ends its lines itself
+        KovaDLogWrite(kInformation, messageId, "Info", "%.*s", static_cast<int>(slice - (ends_line ? 1 : 0)), text);
+        text += slice;
+        left -= slice;
+    }
 }
 
 // Nothing here keeps a diagnostic log that a hook could receive lines from.

@@ -20,6 +20,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "kova_platform/bounded_string.h"
+
 namespace {
 
 constexpr char kNodeFile[] = "/usr/local/etc/kova_node.cfg";
@@ -105,4 +107,17 @@ uint32_t KovaIsBoxStack(void) {
 
 uint32_t KovaDrvGetSelfCpuId(uint32_t* cpuId) {
     return look_up_for_caller(kCpu, cpuId);
+}
+
+void KOVA_GetSlotId(char* buffer, uint32_t size) {
+    if (buffer == nullptr || size == 0) return;
+    *buffer = '\0';
+    uint32_t slot = 0;
+    if (KovaDevmGetSelfSlotId(&slot) != 0) return;
+    // A text that does not fit is left empty.
+    if ((KovaStackIsEnable() & 1U) != 0 && (KovaIsBoxStack() & 1U) == 0) {
+        static_cast<void>(sprintf_s(buffer, size, "%u/%u", KovaGetSelfChassisId(), slot));
+    } else {
+        static_cast<void>(sprintf_s(buffer, size, "%u", slot));
+    }
 }

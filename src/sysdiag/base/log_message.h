@@ -12,6 +12,7 @@ namespace kova {
 inline constexpr std::uint32_t kLogError = 1;
 inline constexpr std::uint32_t kLogInformation = 3;
 
+inline constexpr std::uint32_t kIdAssertBlock = 0x0E40101D;  // block of an assert, in slices
 inline constexpr std::uint32_t kIdSetUp = 0x0E40105A;        // one-time set-up
 inline constexpr std::uint32_t kIdGeneral = 0x0E40105B;      // general errors, and every information message
 inline constexpr std::uint32_t kIdCommandLine = 0x0E40105E;  // command line of a process

@@ -18,4 +18,11 @@ namespace kova {
 [[nodiscard]] Code append_to_box(std::uint32_t box_id, const void* data, std::uint32_t length, std::uint32_t* slot);
 [[nodiscard]] Code rewrite_in_box(std::uint32_t box_id, const void* data, std::uint32_t length, std::uint32_t slot);
 
+// Changes one record under a single hold of the file's locks: reads a counted slot into `room`, which has the size of a
+// record, and writes back what `change` makes of it there. kFailed, with nothing written, when no record is counted in
+// that slot, something fails, or `change` answers false.
+using ChangeRecord = bool (*)(void* record, void* context);
+[[nodiscard]] Code change_in_box(std::uint32_t box_id, std::uint32_t slot, void* room, ChangeRecord change,
+                                 void* context);
+
 }  // namespace kova
