@@ -76,11 +76,15 @@ void ProcessLock::release(ThreadKey self) {
 }
 
 ScopedProcessLock::ScopedProcessLock(ProcessLock& lock, WaitBudget& budget,
-                                     const CallingThread& thread) KOVA_NO_THREAD_SAFETY_ANALYSIS : lock_(lock),
-                                                                                                   self_(thread.key) {
-    if (!thread.in_handler) {
-        const sigset_t blocked = asynchronous_signals();
-        masked_ = ::pthread_sigmask(SIG_BLOCK, &blocked, &old_mask_) == 0;
+                                     const CallingThread& thread) KOVA_NO_THREAD_SAFETY_ANALYSIS
+    : lock_(lock),
+      self_(thread.key),
+      in_handler_(thread.in_handler) {
+    if (!in_handler_) {
+        if (!thread.signals_are_blocked) {
+            const sigset_t blocked = asynchronous_signals();
+            masked_ = ::pthread_sigmask(SIG_BLOCK, &blocked, &old_mask_) == 0;
+        }
         held_ = lock_.acquire(self_, kWaitForEver);
         return;
     }

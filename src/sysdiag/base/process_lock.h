@@ -51,10 +51,16 @@ class KOVA_SCOPED_CAPABILITY ScopedProcessLock {
     ScopedProcessLock(const ScopedProcessLock&) = delete;
     ScopedProcessLock& operator=(const ScopedProcessLock&) = delete;
 
+    // The thread as it stands now, for locks that are taken while this one is held.
+    [[nodiscard]] CallingThread holder() const {
+        return {.key = self_, .in_handler = in_handler_, .signals_are_blocked = !in_handler_};
+    }
+
   private:
     ProcessLock& lock_;
     NoCancellation no_cancellation_;
     ThreadKey self_;
+    bool in_handler_;
     bool masked_ = false;
     bool held_ = false;
     sigset_t old_mask_{};

@@ -52,6 +52,7 @@ class SignalScope {
 struct CallingThread {
     ThreadKey key;
     bool in_handler;
+    bool signals_are_blocked = false;  // by a lock that the thread holds already: asynchronous ones
 };
 [[nodiscard]] CallingThread calling_thread();
 

@@ -1,7 +1,6 @@
 // The asserts that this process stored last; see assert_table.h.
 #include "except/src/proc_agent/assert_table.h"
 
-#include <unistd.h>
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -9,7 +8,6 @@
 #include "except/src/proc_agent/box_ring.h"
 #include "kova/assert.h"
 #include "kova/black_box.h"
-#include "kova/memory.h"
 #include "kova_platform/bounded_string.h"
 #include "kova_platform/process_globals.h"
 
@@ -23,7 +21,7 @@ namespace {
 // when the ring has gone round, another's item of the same file and line may lie in the very slot. And a forked child
 // inherits a table of its parent's items.
 struct Origin {
-    pid_t saver = 0;               // process that made the entry; 0: nothing is known
+    std::uint32_t saver = 0;       // process that made the entry; 0: nothing is known
     std::uint32_t process_id = 0;  // as the stored item has it
     std::uint32_t line = 0;        // of the entry, which others may have changed since
     std::uint32_t slot = 0;
@@ -43,53 +41,54 @@ bool is_entry_of(const KovaAssertTableEntry& entry, const KovaAssertItem& item) 
     return entry.line == item.line && is_same_name(entry.fileName, item.fileName) && !is_free(entry);
 }
 
-bool is_own_item(std::uint32_t entry, const KovaAssertItem& stored) KOVA_REQUIRES(g_assert_lock) {
-    const Origin& origin = g_origins[entry];
-    if (origin.saver == 0 || origin.line != g_assertItem[entry].line || origin.slot != g_assertItem[entry].slot) {
-        return true;
-    }
-    return origin.saver == ::getpid() && origin.process_id == stored.processId;
+bool is_own_item(const KovaAssertTableEntry& entry, const Origin& origin, const KovaAssertItem& stored,
+                 const CallingThread& thread) {
+    if (origin.saver == 0 || origin.line != entry.line || origin.slot != entry.slot) return true;
+    return origin.saver == key_pid(thread.key) && origin.process_id == stored.processId;
 }
 
-// The item in a slot of box 1, read into a block that is made for it.
-class StoredItem {
-  public:
-    explicit StoredItem(std::uint32_t slot) : handle_(g_kovaAgentMemHandle) {
-        std::uint32_t count = 1;
-        const Code rc = KOVA_BoxReadFromBegin(KOVA_BOX_ASSERT, slot, &count, &block_, handle_);
-        is_read_ = rc == kOk && block_ != nullptr && count == 1;
-    }
-    ~StoredItem() { KovaBaseFree(handle_, block_, "kova_assert", __LINE__); }
-    StoredItem(const StoredItem&) = delete;
-    StoredItem& operator=(const StoredItem&) = delete;
-
-    [[nodiscard]] bool is_of(const KovaAssertItem& item) const { return is_read_ && is_same_assert(item, get()); }
-    [[nodiscard]] const KovaAssertItem& get() const { return *static_cast<const KovaAssertItem*>(block_); }
-
-  private:
-    const std::uint32_t handle_;
-    void* block_ = nullptr;
-    bool is_read_ = false;
-};
-
-// Lets `change` alter the stored item if it still is the known one. False when it is not, or cannot be written.
-template <typename Change>
-bool change_stored_locked(const KnownAssert& known, const KovaAssertItem& item, Change change)
-    KOVA_REQUIRES(g_assert_lock) {
+// Reads the record in a slot of box 1; when it is the one that `is_wanted` looks for, lets `change` alter it and
+// answers true. It is written back if `change` answers true; whether that succeeded is not told.
+template <typename IsWanted, typename Change>
+bool change_if_wanted(std::uint32_t slot, const CallingThread& thread, IsWanted is_wanted, Change change) {
     struct Context {
-        const KovaAssertItem& item;
-        std::uint32_t entry;
+        IsWanted& is_wanted;
         Change& change;
-    } context{item, known.entry, change};
-    const auto change_if_known = [](void* record, void* argument) KOVA_REQUIRES(g_assert_lock) {
-        const auto& wanted = *static_cast<const Context*>(argument);
-        auto& stored = *static_cast<KovaAssertItem*>(record);
-        if (!is_same_assert(wanted.item, stored) || !is_own_item(wanted.entry, stored)) return false;
-        wanted.change(stored);
-        return true;
-    };
+        bool is_found = false;
+    } context{is_wanted, change};
     KovaAssertItem room;
-    return change_in_box(KOVA_BOX_ASSERT, known.slot, &room, change_if_known, &context) == kOk;
+    // What failed later than the look at the record is what is not told.
+    static_cast<void>(change_in_box(
+        KOVA_BOX_ASSERT, slot, &room,
+        [](void* record, void* argument) {
+            auto& stored = *static_cast<KovaAssertItem*>(record);
+            auto& asked = *static_cast<Context*>(argument);
+            asked.is_found = asked.is_wanted(stored);
+            return asked.is_found && asked.change(stored);
+        },
+        &context, thread));
+    return context.is_found;
+}
+
+// The entry of a known assert, counted; null when it is not known. `change` gets the stored item and the occurrences
+// with the present one.
+template <typename Change>
+KovaAssertTableEntry* change_if_known_locked(const KovaAssertItem& item, const CallingThread& thread, Change change)
+    KOVA_REQUIRES(g_assert_lock) {
+    KovaAssertTableEntry* const entry = std::find_if(std::begin(g_assertItem), std::end(g_assertItem),
+                                                     [&](const auto& each) { return is_entry_of(each, item); });
+    if (entry == std::end(g_assertItem)) return nullptr;
+    Origin& origin = g_origins[entry - g_assertItem];
+    const bool is_known = change_if_wanted(
+        entry->slot, thread,
+        [&](const KovaAssertItem& stored) {
+            return is_same_assert(item, stored) && is_own_item(*entry, origin, stored, thread);
+        },
+        [&](KovaAssertItem& stored) { return change(stored, ++entry->occurrenceCount); });
+    if (is_known) return entry;
+    *entry = {};
+    origin = {};
+    return nullptr;
 }
 
 }  // namespace
@@ -98,36 +97,27 @@ bool is_same_assert(const KovaAssertItem& left, const KovaAssertItem& right) {
     return left.line == right.line && is_same_name(left.fileName, right.fileName);
 }
 
-std::optional<KnownAssert> look_up_assert_locked(const KovaAssertItem& item) {
-    KovaAssertTableEntry* const entry = std::find_if(std::begin(g_assertItem), std::end(g_assertItem),
-                                                     [&](const auto& each) { return is_entry_of(each, item); });
-    if (entry == std::end(g_assertItem)) return std::nullopt;
-    const auto index = static_cast<std::uint32_t>(entry - g_assertItem);
-    const StoredItem stored(entry->slot);
-    if (stored.is_of(item) && is_own_item(index, stored.get())) {
-        ++entry->occurrenceCount;
-        return KnownAssert{.entry = index, .slot = entry->slot, .count = entry->occurrenceCount};
-    }
-    *entry = {};
-    g_origins[index] = {};
-    return std::nullopt;
+bool count_if_known_locked(const KovaAssertItem& item, const struct tm& time, const CallingThread& thread) {
+    return change_if_known_locked(item, thread, [&](KovaAssertItem& stored, std::uint32_t) {
+               stored.time = time;
+               ++stored.occurrenceCount;
+               return true;
+           }) != nullptr;
 }
 
-void count_repeat_locked(const KnownAssert& known, const KovaAssertItem& item, const struct tm& time) {
-    // An item that went away just now is found out by the next look-up.
-    static_cast<void>(change_stored_locked(known, item, [&](KovaAssertItem& stored) {
-        stored.time = time;
-        ++stored.occurrenceCount;
-    }));
+bool replace_if_known_locked(KovaAssertItem& item, const CallingThread& thread) {
+    const KovaAssertTableEntry* const entry =
+        change_if_known_locked(item, thread, [&](KovaAssertItem& stored, std::uint32_t count) {
+            item.occurrenceCount = count;
+            stored = item;
+            return true;
+        });
+    if (entry == nullptr) return false;
+    g_origins[entry - g_assertItem].process_id = item.processId;
+    return true;
 }
 
-void replace_item_locked(const KnownAssert& known, const KovaAssertItem& item) {
-    if (change_stored_locked(known, item, [&](KovaAssertItem& stored) { stored = item; })) {
-        g_origins[known.entry].process_id = item.processId;
-    }
-}
-
-Code enter_assert_locked(const KovaAssertItem& item, std::uint32_t slot) {
+Code enter_assert_locked(const KovaAssertItem& item, std::uint32_t slot, const CallingThread& thread) {
     // Read once: the platform's, and not necessarily below the size of its table.
     std::uint32_t index = g_assertCurIndex;
     if (index >= KOVA_ASSERT_TABLE_SIZE) {
@@ -139,7 +129,7 @@ Code enter_assert_locked(const KovaAssertItem& item, std::uint32_t slot) {
     const int copied = strcpy_s(entry.fileName, sizeof entry.fileName, item.fileName);
     entry.slot = slot;
     entry.occurrenceCount = item.occurrenceCount;
-    g_origins[index] = {.saver = ::getpid(), .process_id = item.processId, .line = item.line, .slot = slot};
+    g_origins[index] = {.saver = key_pid(thread.key), .process_id = item.processId, .line = item.line, .slot = slot};
     g_assertCurIndex = (index + 1) % KOVA_ASSERT_TABLE_SIZE;
     return static_cast<Code>(copied);
 }
@@ -151,19 +141,22 @@ using namespace kova;
 uint32_t KOVA_AssertExist(const KovaAssertItem* item, uint32_t* slot, uint32_t* count) {
     if (item == nullptr) return 0;
     const ScopedProcessLock lock(g_assert_lock, box_wait_budget());
-    const auto known = look_up_assert_locked(*item);
-    if (!known.has_value()) return 0;
-    if (slot != nullptr) *slot = known->slot;
-    if (count != nullptr) *count = known->count;
+    const auto leave = [](const KovaAssertItem&, std::uint32_t) { return false; };
+    const KovaAssertTableEntry* const entry = change_if_known_locked(*item, lock.holder(), leave);
+    if (entry == nullptr) return 0;
+    if (slot != nullptr) *slot = entry->slot;
+    if (count != nullptr) *count = entry->occurrenceCount;
     return 1;
 }
 
 uint32_t KOVA_AssertExistInBox(const KovaAssertItem* item, uint32_t slot) {
-    return item != nullptr && StoredItem(slot).is_of(*item) ? 1 : 0;
+    if (item == nullptr) return 0;
+    const auto is_wanted = [item](const KovaAssertItem& stored) { return is_same_assert(*item, stored); };
+    return change_if_wanted(slot, calling_thread(), is_wanted, [](const KovaAssertItem&) { return false; }) ? 1 : 0;
 }
 
 uint32_t KOVA_SaveAssertInfo(const KovaAssertItem* item, uint32_t slot) {
     if (item == nullptr) return kFailed;
     const ScopedProcessLock lock(g_assert_lock, box_wait_budget());
-    return enter_assert_locked(*item, slot);
+    return enter_assert_locked(*item, slot, lock.holder());
 }

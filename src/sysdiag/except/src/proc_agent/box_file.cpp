@@ -175,7 +175,7 @@ Code read_slot(int fd, const FileHead& head, const NodeHead& node, std::uint32_t
     return offset.has_value() ? read_record(fd, *offset, record, node.recordLen) : kFailed;
 }
 
-LockedBox::LockedBox(std::uint32_t box_id) : box_id_(box_id), file_(kBoxFile) {}
+LockedBox::LockedBox(std::uint32_t box_id, const CallingThread& thread) : box_id_(box_id), file_(kBoxFile, thread) {}
 
 Code LockedBox::write_slot(std::uint32_t slot, const void* data, std::uint32_t length) const {
     const auto offset = slot_offset(head_.nodeOffset[box_id_], node_, spec(), slot);

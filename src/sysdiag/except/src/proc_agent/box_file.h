@@ -48,7 +48,7 @@ int set_box_length(int fd, void* result);
 // The file, open and locked, and the checked heads of one of its boxes. Unlocks and closes on every path out.
 class LockedBox {
   public:
-    explicit LockedBox(std::uint32_t box_id);
+    explicit LockedBox(std::uint32_t box_id, const CallingThread& thread = calling_thread());
 
     // Answers the step that failed, with errno.
     [[nodiscard]] OpenStep open(const SharedFile::Steps& steps = {}) { return file_.open_locked(steps); }

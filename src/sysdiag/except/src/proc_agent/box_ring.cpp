@@ -65,9 +65,10 @@ Code rewrite_in_box(std::uint32_t box_id, const void* data, std::uint32_t length
     return box.write_slot(slot, data, length) == kOk ? kOk : kFailed;
 }
 
-Code change_in_box(std::uint32_t box_id, std::uint32_t slot, void* room, ChangeRecord change, void* context) {
+Code change_in_box(std::uint32_t box_id, std::uint32_t slot, void* room, ChangeRecord change, void* context,
+                   const CallingThread& thread) {
     if (box_id >= kBoxCount) return kFailed;
-    LockedBox box(box_id);
+    LockedBox box(box_id, thread);
     if (box.open() != OpenStep::kDone) return kFailed;
     if (box.read_file_head() != kOk || box.read_node_head() != kOk) return kFailed;
     if (slot_order_range(box.node(), slot, 1).count == 0) return kFailed;

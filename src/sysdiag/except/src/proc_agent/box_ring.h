@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "base/result.h"
+#include "base/signal_scope.h"
 
 namespace kova {
 
@@ -23,6 +24,6 @@ namespace kova {
 // that slot, something fails, or `change` answers false.
 using ChangeRecord = bool (*)(void* record, void* context);
 [[nodiscard]] Code change_in_box(std::uint32_t box_id, std::uint32_t slot, void* room, ChangeRecord change,
-                                 void* context);
+                                 void* context, const CallingThread& thread = calling_thread());
 
 }  // namespace kova

@@ -67,22 +67,19 @@ void copy_base_name(const char* path, char* buffer, std::uint32_t size) {
 // True when the assert is known, and was counted.
 bool count_if_known(const KovaAssertItem& item, const struct tm& now) {
     const ScopedProcessLock lock(g_assert_lock, box_wait_budget());
-    const auto known = look_up_assert_locked(item);
-    if (!known.has_value()) return false;
-    count_repeat_locked(*known, item, now);
-    return true;
+    return count_if_known_locked(item, now, lock.holder());
 }
 
 void store_new(const KovaAssertItem& item, const struct tm& now) {
     const ScopedProcessLock lock(g_assert_lock, box_wait_budget());
     // Another thread may have been faster.
-    if (count_if_known(item, now)) return;
+    if (count_if_known_locked(item, now, lock.holder())) return;
     const InProgress in_progress(item);
     KOVA_PrintAssertInfo(&item);
     std::uint32_t slot = 0;
     // After a failed append the entry names slot 0. The next look-up reads that and finds another assert there.
     static_cast<void>(KOVA_BoxWrite(KOVA_BOX_ASSERT, &item, sizeof item, &slot));
-    static_cast<void>(enter_assert_locked(item, slot));
+    static_cast<void>(enter_assert_locked(item, slot, lock.holder()));
 }
 
 // A field of a calendar time as people write it. Any number may stand in an item that is the caller's.

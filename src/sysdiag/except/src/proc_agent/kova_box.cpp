@@ -4,7 +4,6 @@
 // Signal context: not safe (allocates, logs).
 #include <cstddef>
 #include <cstring>
-#include <optional>
 #include <span>
 
 #include "base/log_message.h"
@@ -96,15 +95,11 @@ Code copy_to_item(void* item, const void* source, std::span<const Field> fields,
 
 Code store_assert(KovaAssertItem& item) {
     const ScopedProcessLock lock(g_assert_lock, box_wait_budget());
-    if (const auto known = look_up_assert_locked(item); known.has_value()) {
-        item.occurrenceCount = known->count;
-        replace_item_locked(*known, item);
-        return kOk;
-    }
+    if (replace_if_known_locked(item, lock.holder())) return kOk;
     std::uint32_t slot = 0;
     if (const Code rc = KOVA_BoxWrite(KOVA_BOX_ASSERT, &item, sizeof item, &slot); rc != kOk) return rc;
     // The name was copied from a field of the same size just now.
-    static_cast<void>(enter_assert_locked(item, slot));
+    static_cast<void>(enter_assert_locked(item, slot, lock.holder()));
     return kOk;
 }
 
