@@ -1,0 +1,144 @@
+// The item writers: what is copied from a source record, and what refuses it.
+#include "sysdiag/except/assert_fixture.h"
+
+namespace {
+
+std::vector<uintptr_t> g_dead_loop;
+
+}  // namespace
+
+extern "C" uintptr_t KovaRecordExternalThreadDeadLoopInfo(uintptr_t a0, uintptr_t a1, uintptr_t a2, uintptr_t a3,
+                                                          uintptr_t a4, uintptr_t a5, uintptr_t a6, uintptr_t a7) {
+    g_dead_loop = {a0, a1, a2, a3, a4, a5, a6, a7};
+    return 99;
+}
+
+namespace kova::test {
+namespace {
+
+using BoxItems = Asserts;
+
+struct Part {
+    std::size_t begin, end;
+};
+// Where texts lie in items, and what is never copied there.
+const std::vector<Part> kTexts[2] = {
+    {{76, 92}, {104, 136}, {136, 186}, {192, 242}, {9792, 9856}, {9856, 9920}, {9920, 9952}},
+    {{76, 108}, {108, 158}, {158, 190}, {196, 260}, {260, 324}, {324, 452}},
+};
+const std::vector<Part> kReserved[2] = {
+    {{0, 8},
+     {186, 188},
+     {242, 256},
+     {4652, 4656},
+     {7236, 7240},
+     {7764, 7768},
+     {8292, 8296},
+     {8308, 8312},
+     {9952, 9968}},
+    {{0, 8}, {190, 192}, {452, 456}},
+};
+
+std::size_t source_at(std::uint32_t box, std::size_t item_at) {
+    return item_at - (box == 0 && item_at >= 242 ? 16 : 8);
+}
+
+// A source record in which every byte says something, and the texts are as long as they may be.
+Bytes source(std::uint32_t box) {
+    Bytes bytes(box == 0 ? 9936 : 1896);
+    for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i % 251 + 1);
+    for (const Part& text : kTexts[box]) bytes[source_at(box, text.end - 1)] = 0;
+    return bytes;
+}
+
+Bytes expected_item(std::uint32_t box, const Bytes& from) {
+    Bytes item(kRecordBytes[box]);
+    for (std::size_t at = 8; at < item.size(); ++at) {
+        if (source_at(box, at) < from.size()) item[at] = from[source_at(box, at)];
+    }
+    for (const Part& part : kReserved[box]) std::fill(item.data() + part.begin, item.data() + part.end, 0);
+    put_word(item, 0, box == 0 ? 0xECECECEC : 0xAEAEAEAE);
+    return item;
+}
+
+std::uint32_t store(std::uint32_t box, const Bytes& bytes) {
+    return box == 0 ? KOVA_WriteExceptionBox(reinterpret_cast<const KovaExceptSourceRecord*>(bytes.data()))
+                    : KOVA_WriteAssertBox(reinterpret_cast<const KovaAssertSourceRecord*>(bytes.data()));
+}
+
+constexpr const char* kFamily[2] = {"exception", "assert"};
+constexpr const char* kWriter[2] = {"KOVA_WriteExceptionBox", "KOVA_WriteAssertBox"};
+
+TEST_F(BoxItems, EveryFieldIsCopiedAndNothingElse) {
+    for (const std::uint32_t box : {0u, 1u}) {
+        SCOPED_TRACE(kFamily[box]);
+        const Bytes from = source(box);
+        ASSERT_EQ(0u, store(box, from));
+        const Bytes image = file(), item = expected_item(box, from);
+        for (std::size_t i = 0; i < item.size(); ++i) ASSERT_EQ(item[i], image[slot_at(box, 0) + i]) << "byte " << i;
+        EXPECT_EQ(1u, count_of(image, box));
+    }
+}
+
+TEST_F(BoxItems, AnItemThatCannotBeMadeOrStoredIsReported) {
+    for (const std::uint32_t box : {0u, 1u}) {
+        const std::string family = kFamily[box], writer = kWriter[box];
+        SCOPED_TRACE(family);
+        ASSERT_EQ(0u, KOVA_CreateBox());
+        const Bytes before = file();
+        Bytes from = source(box);
+        for (const Part& text : kTexts[box]) {
+            log_recorder().clear();
+            Bytes bad = from;
+            bad[source_at(box, text.end - 1)] = 'x';
+            EXPECT_EQ(static_cast<std::uint32_t>(ERANGE), store(box, bad)) << text.begin;
+            EXPECT_EQ((std::vector{error_message(0x0E40105B, "Base",
+                                                 "[" + writer + "] strcpy_s " + family +
+                                                     " info unsuccessful, ret= " + std::to_string(ERANGE) + ".")}),
+                      log_recorder().messages());
+        }
+        platform().no_memory = true;
+        log_recorder().clear();
+        EXPECT_EQ(1u, store(box, from));
+        EXPECT_EQ((std::vector{error_message(
+                      0x0E401061, "Base",
+                      box == 0 ? "[exceptItem]mem alloc unsuccessfully." : "[assertItem]mem alloc unsuccessfully.")}),
+                  log_recorder().messages());
+        platform().no_memory = false;
+        EXPECT_EQ(before, file());
+        std::filesystem::remove(kBoxPath);
+        std::filesystem::create_directory(kBoxPath);
+        EXPECT_EQ(22u, store(box, from));
+        EXPECT_EQ(1, log_recorder().count_of(error_message(0x0E401061, "Base", writer + " unsuccessful, ret = 22.")));
+        std::filesystem::remove(kBoxPath);
+    }
+}
+
+TEST_F(BoxItems, ARepeatedAssertReplacesItsItem) {
+    KovaAssertSourceRecord record{};
+    record.occurrenceCount = 1;
+    record.processId = 811;
+    record.line = 7;
+    std::strcpy(record.fileName, "x.c");
+    EXPECT_EQ(0u, KOVA_WriteAssertBox(&record));
+    record.processId = 812;
+    record.threadId = 5;
+    EXPECT_EQ(0u, KOVA_WriteAssertBox(&record));
+    EXPECT_EQ("x.c:7 x2", summary());
+    EXPECT_EQ(5u, items()[0].threadId);
+    EXPECT_EQ(0u, KOVA_WriteAssertBox(&record));
+    KOVA_Assert("/src/x.c", 7, nullptr);
+    EXPECT_EQ("x.c:7 x4", summary());
+    KOVA_BoxReset(1);
+    EXPECT_EQ(0u, KOVA_WriteAssertBox(&record));
+    EXPECT_EQ("x.c:7 x1", summary());
+}
+
+TEST_F(BoxItems, ADeadLoopGoesToTheMonitor) {
+    EXPECT_EQ(0u, KOVA_WriteDeadloopBox(1, 2, 3, 4, 5, 6, 7, UINTPTR_MAX));
+    EXPECT_EQ((std::vector<uintptr_t>{1, 2, 3, 4, 5, 6, 7, UINTPTR_MAX}), g_dead_loop);
+    EXPECT_FALSE(std::filesystem::exists(kBoxPath));
+}
+
+}  // namespace
+}  // namespace kova::test
