@@ -22,13 +22,14 @@ std::string dump(const Json& json) {
 }
 
 std::string report(const BoxSnapshot& snapshot, const Verdict& verdict, std::uint32_t number) {
-    const auto records = snapshot.newest_first(KOVA_BOX_EXCEPTION);
-    const std::uint32_t some_slot = number % kBoxSpecs[KOVA_BOX_EXCEPTION].recordMax;
+    const std::uint32_t box = number / 128 % kBoxCount;  // low numbers are the exceptions', as they always were
+    const auto records = snapshot.newest_first(box);
+    const std::uint32_t some_slot = number % kBoxSpecs[box].recordMax;
     switch (number % kReports) {
         case 0:
-            return list_text(snapshot);
+            return list_text(snapshot, box);
         case 1:
-            return dump(list_json(snapshot));
+            return dump(list_json(snapshot, box));
         case 2:
             return verify_text(snapshot, verdict);
         case 3:
@@ -38,10 +39,11 @@ std::string report(const BoxSnapshot& snapshot, const Verdict& verdict, std::uin
         case 5:
             return dump(salvage_json(snapshot));
         case 6:
-            return slot_report_text(snapshot, some_slot) + dump(slot_report_json(snapshot, some_slot));
+            return slot_report_text(snapshot, box, some_slot) + dump(slot_report_json(snapshot, box, some_slot));
         default:
             if (records.empty()) return "";
-            return record_report_text(snapshot, records.back()) + dump(record_report_json(snapshot, records.front()));
+            return record_report_text(snapshot, box, records.back()) +
+                   dump(record_report_json(snapshot, box, records.front()));
     }
 }
 

@@ -203,11 +203,13 @@ TEST_F(KovactlBox, NoFileHarmsIt) {
         if (random() % 4 == 0) bytes.resize(random() % bytes.size());
         const BoxSnapshot snapshot("file", bytes);
         const Verdict verdict = verify(snapshot);
-        std::string text = list_text(snapshot) + list_json(snapshot).dump() + verify_text(snapshot, verdict) +
-                           verify_json(snapshot, verdict).dump() + salvage_text(snapshot) +
-                           salvage_json(snapshot).dump() + slot_report_text(snapshot, 0);
-        for (const StoredRecord& stored : snapshot.newest_first(0)) {
-            text += record_report_text(snapshot, stored) + record_report_json(snapshot, stored).dump();
+        std::string text = verify_text(snapshot, verdict) + verify_json(snapshot, verdict).dump() +
+                           salvage_text(snapshot) + salvage_json(snapshot).dump();
+        for (const std::uint32_t box : {0u, 1u}) {
+            text += list_text(snapshot, box) + list_json(snapshot, box).dump() + slot_report_text(snapshot, box, 0);
+            for (const StoredRecord& stored : snapshot.newest_first(box)) {
+                text += record_report_text(snapshot, box, stored) + record_report_json(snapshot, box, stored).dump();
+            }
         }
         for (const char c : text) ASSERT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F));
         ASSERT_LE(snapshot.newest_first(1).size(), 100u);

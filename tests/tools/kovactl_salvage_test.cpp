@@ -1,7 +1,6 @@
 // kovactl box salvage and what verify says of records: nothing that a file still holds goes unnoticed.
 #include <nlohmann/json.hpp>
 
-#include "assert_item.h"
 #include "kovactl_box_fixture.h"
 
 namespace kova::kovactl {
@@ -14,13 +13,13 @@ constexpr std::size_t kRecord = 9968;
 constexpr std::size_t kAssertSlot0 = 199460;
 
 void append_assert(int number) {
-    AssertItem item{};
-    item.magic = kAssertMarker;
+    KovaAssertItem item{};
+    item.magic = KOVA_ASSERT_MARKER;
     item.time.tm_year = 125;
     item.time.tm_mday = 7;
     item.time.tm_min = number;
-    item.occurrences = 1;
-    item.processId = 4000 + number;
+    item.occurrenceCount = 1;
+    item.processId = static_cast<std::uint32_t>(4000 + number);
     std::strcpy(item.processName, "routed");
     ASSERT_EQ(0u, KOVA_BoxWrite(1, &item, sizeof item, nullptr));
 }
@@ -58,9 +57,9 @@ TEST_F(KovactlSalvage, FindsWhatTheHeadsDoNotCount) {
         "0     2025-11-05 23:00:00  counted           11 SIGSEGV  routed[4000]  5000    -\n"
         "19    (not a time)         recovered, torn?  0           [0]           0       [0]\n"
         "box 1 (asserts): 1 counted, 1 recovered\n"
-        "Slot  Time (UTC)           State      Process\n"
-        "1     2025-01-07 00:01:00  recovered  routed[4001]\n"
-        "0     2025-01-07 00:00:00  counted    routed[4000]\n",
+        "Slot  Time (UTC)           State      Count  Assert  Process       Thread  Text\n"
+        "1     2025-01-07 00:01:00  recovered  1      :0      routed[4001]  0\n"
+        "0     2025-01-07 00:00:00  counted    1      :0      routed[4000]  0\n",
         salvage.output);
     EXPECT_EQ(1, salvage.status);
 

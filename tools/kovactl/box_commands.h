@@ -1,4 +1,4 @@
-// kovactl box: lists, shows and verifies the black box.
+// kovactl box and kovactl asserts: list, show and verify the black box.
 #pragma once
 
 #include "command.h"

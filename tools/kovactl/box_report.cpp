@@ -2,7 +2,6 @@
 #include "box_report.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -16,10 +15,23 @@
 namespace kova::kovactl {
 namespace {
 
-constexpr std::uint32_t kBox = KOVA_BOX_EXCEPTION;
 constexpr const char* kBoxContents[kBoxCount] = {"exceptions", "asserts"};
 
 using Row = std::vector<std::string>;
+
+// What `use` makes of the record in a slot. It takes either kind.
+template <typename Use>
+auto with_record(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot, Use use) {
+    return box == KOVA_BOX_EXCEPTION ? use(snapshot.exception(slot)) : use(snapshot.assert_item(slot));
+}
+
+std::string text_of(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot) {
+    return with_record(snapshot, box, slot, [](const auto& record) { return record_text(record); });
+}
+
+Json json_of(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot) {
+    return with_record(snapshot, box, slot, [](const auto& record) { return record_json(record); });
+}
 
 std::string table_text(const std::vector<Row>& rows) {
     std::vector<std::size_t> widths(rows.front().size());
@@ -40,17 +52,35 @@ std::string time_text(const struct tm& time) {
 }
 
 // The columns that a list and a salvage share.
-Row exception_columns(const KovaExceptInfo& record) {
+Row column_names(std::uint32_t box) {
+    return box == KOVA_BOX_EXCEPTION ? Row{"Signal", "Process", "Thread", "Sender"}
+                                     : Row{"Count", "Assert", "Process", "Thread", "Text"};
+}
+
+Row columns_of(const KovaExceptInfo& record) {
     return {signal_text(record), process_text(record.processName, record.processId), std::to_string(record.threadId),
             has_sender(record) ? process_text(record.senderProcessName, record.senderProcessId) : "-"};
 }
 
+Row columns_of(const KovaAssertItem& record) {
+    return {std::to_string(record.occurrenceCount), place_text(record),
+            process_text(record.processName, record.processId), std::to_string(record.threadId),
+            escape_text(record.withLog)};
+}
+
+void append_columns(Row& row, const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot) {
+    std::ranges::move(with_record(snapshot, box, slot, [](const auto& record) { return columns_of(record); }),
+                      std::back_inserter(row));
+}
+
 // Empty when there is nothing to say of the record itself.
-std::string remark_on(const BoxSnapshot& snapshot, const StoredRecord& stored) {
-    const SlotBytes slot = snapshot.slot(kBox, stored.slot);
-    if (!holds_record(kBox, slot)) return "not an exception record";
-    const bool is_oldest = stored.index + 1 == snapshot.node_head(kBox).recordMax;
-    if ((is_oldest && oldest_may_be_torn(snapshot, kBox)) || !record_faults(kBox, slot).empty()) return "may be torn";
+std::string remark_on(const BoxSnapshot& snapshot, std::uint32_t box, const StoredRecord& stored) {
+    const SlotBytes slot = snapshot.slot(box, stored.slot);
+    if (!holds_record(box, slot)) {
+        return box == KOVA_BOX_EXCEPTION ? "not an exception record" : "not an assert record";
+    }
+    const bool is_oldest = stored.index + 1 == snapshot.node_head(box).recordMax;
+    if ((is_oldest && oldest_may_be_torn(snapshot, box)) || !record_faults(box, slot).empty()) return "may be torn";
     return "";
 }
 
@@ -62,33 +92,20 @@ Json findings_json(const std::vector<Finding>& findings) {
     return json;
 }
 
-std::vector<std::uint32_t> recoverable_slots(const BoxSnapshot& snapshot) {
-    std::vector<std::uint32_t> slots = snapshot.uncounted(kBox);
+std::vector<std::uint32_t> recoverable_slots(const BoxSnapshot& snapshot, std::uint32_t box) {
+    std::vector<std::uint32_t> slots = snapshot.uncounted(box);
     std::ranges::reverse(slots);
     return slots;
 }
 
-AssertItem assert_item(const BoxSnapshot& snapshot, std::uint32_t slot) {
-    AssertItem item;
-    static_assert(sizeof item == kBoxSpecs[KOVA_BOX_ASSERT].recordLen);
-    std::memcpy(&item, snapshot.slot(KOVA_BOX_ASSERT, slot).data(), sizeof item);
-    return item;
-}
-
 std::vector<Row> salvaged_rows(const BoxSnapshot& snapshot, std::uint32_t box,
                                const std::vector<SalvagedRecord>& records) {
-    std::vector<Row> rows;
-    rows.push_back(box == kBox ? Row{"Slot", "Time (UTC)", "State", "Signal", "Process", "Thread", "Sender"}
-                               : Row{"Slot", "Time (UTC)", "State", "Process"});
+    std::vector<Row> rows{{"Slot", "Time (UTC)", "State"}};
+    std::ranges::move(column_names(box), std::back_inserter(rows.front()));
     for (const SalvagedRecord& salvaged : records) {
         Row row{std::to_string(salvaged.slot), time_text(time_of(snapshot.slot(box, salvaged.slot))),
                 state_text(salvaged)};
-        if (box == kBox) {
-            std::ranges::move(exception_columns(snapshot.exception(salvaged.slot)), std::back_inserter(row));
-        } else {
-            const AssertItem item = assert_item(snapshot, salvaged.slot);
-            row.push_back(process_text(item.processName, item.processId));
-        }
+        append_columns(row, snapshot, box, salvaged.slot);
         rows.push_back(std::move(row));
     }
     return rows;
@@ -108,19 +125,13 @@ Json salvaged_json(const BoxSnapshot& snapshot, std::uint32_t box, const Salvage
               {"state", salvaged.is_counted ? "counted" : "recovered"},
               {"torn", salvaged.may_be_torn},
               {"faults", faults_json(salvaged)}};
-    if (box == kBox) {
-        json.update(record_json(snapshot.exception(salvaged.slot)));
-        return json;
-    }
-    const AssertItem item = assert_item(snapshot, salvaged.slot);
-    json["time"] = time_json(item.time);
-    json["process"] = {{"id", item.processId}, {"name", escape_text(item.processName)}};
+    json.update(json_of(snapshot, box, salvaged.slot));
     return json;
 }
 
 // What the salvage has of one slot; none when it holds no record.
-std::optional<SalvagedRecord> salvaged_slot(const BoxSnapshot& snapshot, std::uint32_t slot) {
-    const auto records = salvage(snapshot, kBox);
+std::optional<SalvagedRecord> salvaged_slot(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot) {
+    const auto records = salvage(snapshot, box);
     const auto found = std::ranges::find(records, slot, &SalvagedRecord::slot);
     return found == records.end() ? std::nullopt : std::optional(*found);
 }
@@ -131,18 +142,19 @@ std::string finding_text(const Finding& finding) {
     return fmt::format("{}, byte {}: {}", finding.where, finding.offset, finding.what);
 }
 
-std::string list_text(const BoxSnapshot& snapshot) {
-    std::vector<Row> rows{{"No", "Time (UTC)", "Signal", "Process", "Thread", "Sender", ""}};
-    for (const StoredRecord& stored : snapshot.newest_first(kBox)) {
-        const KovaExceptInfo record = snapshot.exception(stored.slot);
-        Row row{std::to_string(stored.index), time_text(record.time)};
-        std::ranges::move(exception_columns(record), std::back_inserter(row));
-        const std::string remark = remark_on(snapshot, stored);
+std::string list_text(const BoxSnapshot& snapshot, std::uint32_t box) {
+    std::vector<Row> rows{{"No", "Time (UTC)"}};
+    std::ranges::move(column_names(box), std::back_inserter(rows.front()));
+    rows.front().push_back("");
+    for (const StoredRecord& stored : snapshot.newest_first(box)) {
+        Row row{std::to_string(stored.index), time_text(time_of(snapshot.slot(box, stored.slot)))};
+        append_columns(row, snapshot, box, stored.slot);
+        const std::string remark = remark_on(snapshot, box, stored);
         row.push_back(remark.empty() ? "" : "! " + remark);
         rows.push_back(std::move(row));
     }
     std::string text = rows.size() > 1 ? table_text(rows) : "No records.\n";
-    if (const auto slots = recoverable_slots(snapshot); !slots.empty()) {
+    if (const auto slots = recoverable_slots(snapshot, box); !slots.empty()) {
         const bool is_one = slots.size() == 1;
         text += fmt::format("note: {} {} not counted, in slot{} {}; see kovactl box salvage\n", slots.size(),
                             is_one ? "record is" : "records are", is_one ? "" : "s", slots_text(slots));
@@ -150,46 +162,46 @@ std::string list_text(const BoxSnapshot& snapshot) {
     return text;
 }
 
-Json list_json(const BoxSnapshot& snapshot) {
+Json list_json(const BoxSnapshot& snapshot, std::uint32_t box) {
     Json list = Json::array();
-    for (const StoredRecord& stored : snapshot.newest_first(kBox)) {
+    for (const StoredRecord& stored : snapshot.newest_first(box)) {
         Json entry{{"index", stored.index}, {"slot", stored.slot}};
-        entry.update(summary_json(snapshot.exception(stored.slot)));
-        entry["remark"] = remark_on(snapshot, stored);
+        entry.update(with_record(snapshot, box, stored.slot, [](const auto& record) { return summary_json(record); }));
+        entry["remark"] = remark_on(snapshot, box, stored);
         list.push_back(std::move(entry));
     }
     return {{"file", escape_text(snapshot.path())},
-            {"box", kBox},
+            {"box", box},
             {"records", std::move(list)},
-            {"recoverable_slots", recoverable_slots(snapshot)}};
+            {"recoverable_slots", recoverable_slots(snapshot, box)}};
 }
 
-std::string record_report_text(const BoxSnapshot& snapshot, const StoredRecord& stored) {
-    const std::string remark = remark_on(snapshot, stored);
+std::string record_report_text(const BoxSnapshot& snapshot, std::uint32_t box, const StoredRecord& stored) {
+    const std::string remark = remark_on(snapshot, box, stored);
     return fmt::format("Record {}, slot {}{}\n{}", stored.index, stored.slot, remark.empty() ? "" : "  ! " + remark,
-                       record_text(snapshot.exception(stored.slot)));
+                       text_of(snapshot, box, stored.slot));
 }
 
-Json record_report_json(const BoxSnapshot& snapshot, const StoredRecord& stored) {
+Json record_report_json(const BoxSnapshot& snapshot, std::uint32_t box, const StoredRecord& stored) {
     Json json{{"index", stored.index}, {"slot", stored.slot}};
-    json.update(record_json(snapshot.exception(stored.slot)));
-    json["remark"] = remark_on(snapshot, stored);
+    json.update(json_of(snapshot, box, stored.slot));
+    json["remark"] = remark_on(snapshot, box, stored);
     return json;
 }
 
-std::string slot_report_text(const BoxSnapshot& snapshot, std::uint32_t slot) {
-    const auto salvaged = salvaged_slot(snapshot, slot);
+std::string slot_report_text(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot) {
+    const auto salvaged = salvaged_slot(snapshot, box, slot);
     if (!salvaged.has_value()) return fmt::format("Slot {} holds no record\n", slot);
     std::string text = fmt::format("Slot {}, {}\n", slot, state_text(*salvaged));
     for (const RecordFault& fault : salvaged->faults) {
         text += fmt::format("  ! byte {}: {}\n", salvaged->offset + fault.at, fault.what);
     }
-    return text + record_text(snapshot.exception(slot));
+    return text + text_of(snapshot, box, slot);
 }
 
-Json slot_report_json(const BoxSnapshot& snapshot, std::uint32_t slot) {
-    const auto salvaged = salvaged_slot(snapshot, slot);
-    return salvaged.has_value() ? salvaged_json(snapshot, kBox, *salvaged) : Json(nullptr);
+Json slot_report_json(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot) {
+    const auto salvaged = salvaged_slot(snapshot, box, slot);
+    return salvaged.has_value() ? salvaged_json(snapshot, box, *salvaged) : Json(nullptr);
 }
 
 std::string verify_text(const BoxSnapshot& snapshot, const Verdict& verdict) {

@@ -14,22 +14,23 @@ namespace kova::kovactl {
 // "box 0, slot 3, byte 29972: ..."
 [[nodiscard]] std::string finding_text(const Finding& finding);
 
-// The counted records of box 0.
-[[nodiscard]] std::string list_text(const BoxSnapshot& snapshot);
-[[nodiscard]] Json list_json(const BoxSnapshot& snapshot);
+// The counted records of a box.
+[[nodiscard]] std::string list_text(const BoxSnapshot& snapshot, std::uint32_t box);
+[[nodiscard]] Json list_json(const BoxSnapshot& snapshot, std::uint32_t box);
 
-// One counted record of box 0.
-[[nodiscard]] std::string record_report_text(const BoxSnapshot& snapshot, const StoredRecord& stored);
-[[nodiscard]] Json record_report_json(const BoxSnapshot& snapshot, const StoredRecord& stored);
+// One of them.
+[[nodiscard]] std::string record_report_text(const BoxSnapshot& snapshot, std::uint32_t box,
+                                             const StoredRecord& stored);
+[[nodiscard]] Json record_report_json(const BoxSnapshot& snapshot, std::uint32_t box, const StoredRecord& stored);
 
-// What a slot of box 0 holds, counted or not; the JSON is an entry of salvage_json, null for a slot without a record.
-[[nodiscard]] std::string slot_report_text(const BoxSnapshot& snapshot, std::uint32_t slot);
-[[nodiscard]] Json slot_report_json(const BoxSnapshot& snapshot, std::uint32_t slot);
+// What a slot of a box holds, counted or not; the JSON is an entry of salvage_json, null for a slot without a record.
+[[nodiscard]] std::string slot_report_text(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot);
+[[nodiscard]] Json slot_report_json(const BoxSnapshot& snapshot, std::uint32_t box, std::uint32_t slot);
 
 [[nodiscard]] std::string verify_text(const BoxSnapshot& snapshot, const Verdict& verdict);
 [[nodiscard]] Json verify_json(const BoxSnapshot& snapshot, const Verdict& verdict);
 
-// Both boxes. JSON has the exception records whole.
+// Both boxes. JSON has the records whole.
 [[nodiscard]] std::string salvage_text(const BoxSnapshot& snapshot);
 [[nodiscard]] Json salvage_json(const BoxSnapshot& snapshot);
 

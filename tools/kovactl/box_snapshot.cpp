@@ -116,6 +116,14 @@ Head head_at(const std::vector<std::uint8_t>& bytes, std::size_t offset) {
     return head;
 }
 
+template <typename Record, std::uint32_t kBox>
+Record record_in(const BoxSnapshot& snapshot, std::uint32_t slot) {
+    Record record;
+    static_assert(sizeof record == kBoxSpecs[kBox].recordLen);
+    std::memcpy(&record, snapshot.slot(kBox, slot).data(), sizeof record);
+    return record;
+}
+
 }  // namespace
 
 std::uint32_t slot_place(std::uint32_t box, std::uint32_t slot) {
@@ -182,10 +190,11 @@ std::span<const std::uint8_t> BoxSnapshot::slot(std::uint32_t box, std::uint32_t
 }
 
 KovaExceptInfo BoxSnapshot::exception(std::uint32_t slot_index) const {
-    KovaExceptInfo record;
-    static_assert(sizeof record == kBoxSpecs[KOVA_BOX_EXCEPTION].recordLen);
-    std::memcpy(&record, slot(KOVA_BOX_EXCEPTION, slot_index).data(), sizeof record);
-    return record;
+    return record_in<KovaExceptInfo, KOVA_BOX_EXCEPTION>(*this, slot_index);
+}
+
+KovaAssertItem BoxSnapshot::assert_item(std::uint32_t slot_index) const {
+    return record_in<KovaAssertItem, KOVA_BOX_ASSERT>(*this, slot_index);
 }
 
 }  // namespace kova::kovactl

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "except/src/proc_agent/box_format.h"
+#include "kova/assert_record.h"
 #include "kova/exception_record.h"
 
 namespace kova::kovactl {
@@ -64,8 +65,9 @@ class BoxSnapshot {
     // file is zero, as for the agent.
     [[nodiscard]] std::span<const std::uint8_t> slot(std::uint32_t box, std::uint32_t slot) const;
 
-    // The record in a slot of box 0.
+    // The record in a slot of box 0, and of box 1.
     [[nodiscard]] KovaExceptInfo exception(std::uint32_t slot) const;
+    [[nodiscard]] KovaAssertItem assert_item(std::uint32_t slot) const;
 
   private:
     std::string path_;

@@ -14,7 +14,7 @@ namespace {
 
 // The time of a record is where it is in the other box.
 constexpr std::size_t kTimeOffset = offsetof(KovaExceptInfo, time);
-static_assert(kTimeOffset == offsetof(AssertItem, time));
+static_assert(kTimeOffset == offsetof(KovaAssertItem, time));
 
 struct Field {
     const char* name;
@@ -41,11 +41,12 @@ constexpr Field kExceptionLengths[] = {
     {"callStackDepth", offsetof(KovaExceptInfo, callStackDepth), KOVA_CALL_STACK_MAX},
 };
 constexpr Field kAssertTexts[] = {
-    KOVA_TEXT(AssertItem, processName),  KOVA_TEXT(AssertItem, slotText),        KOVA_TEXT(AssertItem, fileName),
-    KOVA_TEXT(AssertItem, platformName), KOVA_TEXT(AssertItem, platformVersion), KOVA_TEXT(AssertItem, text),
+    KOVA_TEXT(KovaAssertItem, processName),     KOVA_TEXT(KovaAssertItem, slotText),
+    KOVA_TEXT(KovaAssertItem, fileName),        KOVA_TEXT(KovaAssertItem, platformName),
+    KOVA_TEXT(KovaAssertItem, platformVersion), KOVA_TEXT(KovaAssertItem, withLog),
 };
 constexpr Field kAssertLengths[] = {
-    {"callStackDepth", offsetof(AssertItem, callStackDepth), KOVA_CALL_STACK_MAX},
+    {"callStackDepth", offsetof(KovaAssertItem, callStack.depth), KOVA_CALL_STACK_MAX},
 };
 
 #undef KOVA_TEXT
@@ -56,7 +57,7 @@ constexpr struct {
     std::size_t symbols;  // KOVA_CALL_STACK_MAX texts
 } kLayouts[kBoxCount] = {
     {kExceptionTexts, kExceptionLengths, offsetof(KovaExceptInfo, callStackSymbol)},
-    {kAssertTexts, kAssertLengths, offsetof(AssertItem, callStackSymbol)},
+    {kAssertTexts, kAssertLengths, offsetof(KovaAssertItem, callStack.symbol)},
 };
 
 template <typename T>

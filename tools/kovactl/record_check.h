@@ -10,15 +10,16 @@
 #include <string>
 #include <vector>
 
-#include "assert_item.h"
 #include "except/src/proc_agent/box_format.h"
+#include "kova/assert_record.h"
+#include "kova/exception_record.h"
 
 namespace kova::kovactl {
 
 using SlotBytes = std::span<const std::uint8_t>;
 
 // The first word of the records of each box.
-inline constexpr std::uint32_t kMarkers[kBoxCount] = {KOVA_EXCEPT_MARKER, kAssertMarker};
+inline constexpr std::uint32_t kMarkers[kBoxCount] = {KOVA_EXCEPT_MARKER, KOVA_ASSERT_MARKER};
 
 [[nodiscard]] bool is_zero(std::span<const std::uint8_t> bytes);
 

@@ -1,4 +1,4 @@
-// Exception records as JSON for programs; see record_json.h.
+// Exception and assert records as JSON for programs; see record_json.h.
 #include "record_json.h"
 
 #include <string>
@@ -24,13 +24,22 @@ Json registers_json(const KovaRegisterBlock& registers) {
     return json;
 }
 
-Json call_stack_json(const KovaExceptInfo& record) {
+Json call_stack_json(const CallStack& stack) {
     Json frames = Json::array();
-    for (std::uint32_t i = 0; i < call_stack_depth(record); ++i) {
-        frames.push_back(
-            {{"address", hex(record.callStackAddress[i])}, {"symbol", escape_text(record.callStackSymbol[i])}});
+    for (std::size_t i = 0; i < stack.addresses.size(); ++i) {
+        frames.push_back({{"address", hex(stack.addresses[i])}, {"symbol", escape_text(stack.symbols[i])}});
     }
     return frames;
+}
+
+template <typename Record>
+Json process_json(const Record& record) {
+    return {{"id", record.processId}, {"name", escape_text(record.processName)}};
+}
+
+template <typename Record>
+Json platform_json(const Record& record) {
+    return {{"name", escape_text(record.platformName)}, {"version", escape_text(record.platformVersion)}};
 }
 
 Json dumps_json(const KovaExceptInfo& record) {
@@ -55,7 +64,7 @@ Json summary_json(const KovaExceptInfo& record) {
     json["time"] = time_json(record.time);
     json["signal"] = {
         {"number", record.signalNumber}, {"name", escape_text(record.signalName)}, {"code", record.signalCode}};
-    json["process"] = {{"id", record.processId}, {"name", escape_text(record.processName)}};
+    json["process"] = process_json(record);
     json["thread"] = record.threadId;
     if (has_sender(record)) {
         json["sender"] = {{"id", record.senderProcessId}, {"name", escape_text(record.senderProcessName)}};
@@ -67,10 +76,30 @@ Json summary_json(const KovaExceptInfo& record) {
 
 Json record_json(const KovaExceptInfo& record) {
     Json json = summary_json(record);
-    json["platform"] = {{"name", escape_text(record.platformName)}, {"version", escape_text(record.platformVersion)}};
+    json["platform"] = platform_json(record);
     json["registers"] = registers_json(record.machineContext.registers);
-    json["call_stack"] = call_stack_json(record);
+    json["call_stack"] = call_stack_json(call_stack(record));
     json["dumps"] = dumps_json(record);
+    return json;
+}
+
+Json summary_json(const KovaAssertItem& record) {
+    Json json;
+    json["time"] = time_json(record.time);
+    json["occurrences"] = record.occurrenceCount;
+    json["file"] = escape_text(record.fileName);
+    json["line"] = record.line;
+    json["text"] = escape_text(record.withLog);
+    json["process"] = process_json(record);
+    json["thread"] = record.threadId;
+    return json;
+}
+
+Json record_json(const KovaAssertItem& record) {
+    Json json = summary_json(record);
+    json["slot_text"] = escape_text(record.slotText);
+    json["platform"] = platform_json(record);
+    json["call_stack"] = call_stack_json(call_stack(record));
     return json;
 }
 

@@ -1,4 +1,4 @@
-// Exception records as text for people; see record_text.h.
+// Exception and assert records as text for people; see record_text.h.
 #include "record_text.h"
 
 #include <algorithm>
@@ -31,18 +31,36 @@ void append_registers(std::string& text, const KovaRegisterBlock& registers) {
     fmt::format_to(out, "  fault address {:016x}\n", registers.faultAddress);
 }
 
-void append_call_stack(std::string& text, const KovaExceptInfo& record) {
+void append_call_stack(std::string& text, const CallStack& stack) {
     auto out = std::back_inserter(text);
-    const std::uint32_t depth = call_stack_depth(record);
+    const std::size_t depth = stack.addresses.size();
     fmt::format_to(out, "\nCall stack\n");
-    if (depth < record.callStackDepth) {
-        fmt::format_to(out, "  (the record claims {} frames; it has room for {})\n", record.callStackDepth, depth);
+    if (depth < stack.claimed_depth) {
+        fmt::format_to(out, "  (the record claims {} frames; it has room for {})\n", stack.claimed_depth, depth);
     }
-    for (std::uint32_t i = 0; i < depth; ++i) {
-        fmt::format_to(out, "  #{:<2} {:016x} {}\n", i, record.callStackAddress[i],
-                       escape_text(record.callStackSymbol[i]));
+    for (std::size_t i = 0; i < depth; ++i) {
+        fmt::format_to(out, "  #{:<2} {:016x} {}\n", i, stack.addresses[i], escape_text(stack.symbols[i]));
     }
     if (depth == 0) fmt::format_to(out, "  (empty)\n");
+}
+
+CallStack cut_call_stack(std::uint32_t depth, std::span<const std::uint64_t, KOVA_CALL_STACK_MAX> addresses,
+                         std::span<const char[KOVA_SYMBOL_TEXT_SIZE], KOVA_CALL_STACK_MAX> symbols) {
+    const std::size_t count = std::min<std::size_t>(depth, KOVA_CALL_STACK_MAX);
+    return {.claimed_depth = depth, .addresses = addresses.first(count), .symbols = symbols.first(count)};
+}
+
+template <typename Record>
+void append_origin(std::string& text, const Record& record) {
+    auto out = std::back_inserter(text);
+    fmt::format_to(out, "  process   {}\n", process_text(record.processName, record.processId));
+    fmt::format_to(out, "  thread    {}\n", record.threadId);
+}
+
+template <typename Record>
+void append_platform(std::string& text, const Record& record) {
+    fmt::format_to(std::back_inserter(text), "  platform  {} {}\n", escape_text(record.platformName),
+                   escape_text(record.platformVersion));
 }
 
 void append_dump(std::string& text, const MemoryDump& dump) {
@@ -118,12 +136,20 @@ MemoryDump memory_dump(const KovaExceptInfo& record, std::uint32_t index) {
     }
 }
 
-std::uint32_t call_stack_depth(const KovaExceptInfo& record) {
-    return std::min<std::uint32_t>(record.callStackDepth, KOVA_CALL_STACK_MAX);
+CallStack call_stack(const KovaExceptInfo& record) {
+    return cut_call_stack(record.callStackDepth, record.callStackAddress, record.callStackSymbol);
+}
+
+CallStack call_stack(const KovaAssertItem& record) {
+    return cut_call_stack(record.callStack.depth, record.callStack.address, record.callStack.symbol);
 }
 
 std::string signal_text(const KovaExceptInfo& record) {
     return fmt::format("{} {}", record.signalNumber, escape_text(record.signalName));
+}
+
+std::string place_text(const KovaAssertItem& record) {
+    return fmt::format("{}:{}", escape_text(record.fileName), record.line);
 }
 
 std::string process_text(std::span<const char> name, std::int64_t id) {
@@ -135,15 +161,28 @@ std::string record_text(const KovaExceptInfo& record) {
     auto out = std::back_inserter(text);
     fmt::format_to(out, "  time      {} UTC\n", format_time(record.time, ' ').value_or("(not a time)"));
     fmt::format_to(out, "  signal    {}, code {}\n", signal_text(record), record.signalCode);
-    fmt::format_to(out, "  process   {}\n", process_text(record.processName, record.processId));
-    fmt::format_to(out, "  thread    {}\n", record.threadId);
+    append_origin(text, record);
     fmt::format_to(out, "  sender    {}\n",
                    has_sender(record) ? process_text(record.senderProcessName, record.senderProcessId)
                                       : "- (raised by the kernel)");
-    fmt::format_to(out, "  platform  {} {}\n", escape_text(record.platformName), escape_text(record.platformVersion));
+    append_platform(text, record);
     append_registers(text, record.machineContext.registers);
-    append_call_stack(text, record);
+    append_call_stack(text, call_stack(record));
     for (std::uint32_t i = 0; i < kDumpCount; ++i) append_dump(text, memory_dump(record, i));
+    return text;
+}
+
+std::string record_text(const KovaAssertItem& record) {
+    std::string text;
+    auto out = std::back_inserter(text);
+    fmt::format_to(out, "  assert    {}\n", place_text(record));
+    fmt::format_to(out, "  text      {}\n", escape_text(record.withLog));
+    fmt::format_to(out, "  raised    {} times, last at {} UTC\n", record.occurrenceCount,
+                   format_time(record.time, ' ').value_or("(not a time)"));
+    append_origin(text, record);
+    fmt::format_to(out, "  slot      {}\n", escape_text(record.slotText));
+    append_platform(text, record);
+    append_call_stack(text, call_stack(record));
     return text;
 }
 

@@ -1,4 +1,4 @@
-// Exception records as text for people.
+// Exception and assert records as text for people.
 //
 // Everything comes from a file and is hostile: texts are cut at their field, bytes that are not printable ASCII are
 // written \xNN (a terminal must not be steered by a process name), counts and lengths are cut to what their fields
@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "kova/assert_record.h"
 #include "kova/exception_record.h"
 
 namespace kova::kovactl {
@@ -32,13 +33,23 @@ struct MemoryDump {
 };
 inline constexpr std::uint32_t kDumpCount = 4;
 [[nodiscard]] MemoryDump memory_dump(const KovaExceptInfo& record, std::uint32_t index);
-[[nodiscard]] std::uint32_t call_stack_depth(const KovaExceptInfo& record);
 
-// "11 SIGSEGV", "crasher[123]"
+// The call stack of a record, cut to what its fields hold.
+struct CallStack {
+    std::uint32_t claimed_depth;
+    std::span<const std::uint64_t> addresses;
+    std::span<const char[KOVA_SYMBOL_TEXT_SIZE]> symbols;  // as many
+};
+[[nodiscard]] CallStack call_stack(const KovaExceptInfo& record);
+[[nodiscard]] CallStack call_stack(const KovaAssertItem& record);
+
+// "11 SIGSEGV", "route.c:211", "crasher[123]"
 [[nodiscard]] std::string signal_text(const KovaExceptInfo& record);
+[[nodiscard]] std::string place_text(const KovaAssertItem& record);
 [[nodiscard]] std::string process_text(std::span<const char> name, std::int64_t id);
 
-// The whole record: header, registers, call stack, dumps. Many lines.
+// The whole record: header, call stack, and of an exception registers and dumps. Many lines.
 [[nodiscard]] std::string record_text(const KovaExceptInfo& record);
+[[nodiscard]] std::string record_text(const KovaAssertItem& record);
 
 }  // namespace kova::kovactl
