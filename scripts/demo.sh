@@ -8,7 +8,8 @@ usage() {
 Usage: scripts/demo.sh [--help] [--here]
 
 Installs the Debian packages that are missing, builds into build/demo, and lets installed, unmodified programs (python3,
-bash, sleep) crash under capture. Then it shows the report and the black box, and where the files are.
+bash, sleep) crash under capture. Then it shows the report and the black box, lets a module's assert fail twice, and
+shows where the files are.
 
   --here  use this machine's /opt/norvel/var/log, which must be writable, instead of a private node
 
@@ -128,6 +129,15 @@ show_box() {
     show kovactl box verify
 }
 
+show_asserts() {
+    chapter "A module asserts: printed and stored once, then counted"
+    say "the program, examples/assert_twice.c; its diagnostic log goes to standard error here"
+    KOVA_LOG_STDERR=1 show "$build/examples/assert_twice" | tr -d '\r'
+    show kovactl asserts
+    show kovactl asserts show
+    "$bin/kovactl" asserts | grep -q '  2  *assert_twice\.c:' || fail "the assert should have been counted twice"
+}
+
 show_files() {
     chapter "Where the files are"
     ls -l "$report" "$box" | indent
@@ -145,6 +155,7 @@ tell_the_story() {
     let_programs_crash
     show_report
     show_box
+    show_asserts
     show_files
 }
 
