@@ -24,38 +24,23 @@ NEEDED_OF_OURS = {"libkova_platform.so", "libkova_rpc.so"}
 SANITIZER = re.compile(r"lib(asan|ubsan|tsan)\.so\.\d+")
 MOST_BYTES_STRIPPED = 200 * 1024
 VARIABLE = re.compile(r"(kova::)?(\w+::)*g_\w+$|_GLOBAL_OFFSET_TABLE_")
-DECLARATION = re.compile(r"(extern\s+)?\bKOVA_API\b(?P<text>[^;{]*)[;{]")
+# The last word before the parameters, the bounds of an array or the end.
+DECLARATION = re.compile(r"\bKOVA_API\b[^;({\[=]*?(\w+)\s*[;({\[=]")
+NOT_DECLARED = re.compile(r"/\*.*?\*/|//[^\n]*|#\s*define(?:[^\n]*\\\n)*[^\n]*", re.S)
 
 
 def run(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
 
-def without_comments(text):
-    return re.sub(r"//[^\n]*", "", re.sub(r"/\*.*?\*/", " ", text, flags=re.S))
-
-
-def declared_name(declaration):
-    """The last word before the parameters, the bounds of an array or the end."""
-    words = re.findall(r"\w+", re.split(r"[(\[=]", declaration, maxsplit=1)[0])
-    return words[-1]
-
-
 def declared_names(headers):
-    names = {}
-    for header in sorted(headers.glob("*.h")):
-        text = re.sub(r"#\s*define[^\n]*", "", without_comments(header.read_text()))
-        for found in DECLARATION.finditer(text):
-            names[declared_name(found["text"])] = header.name
-    return names
+    return {name: header.name for header in sorted(headers.glob("*.h"))
+            for name in DECLARATION.findall(NOT_DECLARED.sub(" ", header.read_text()))}
 
 
 def check_exports(options):
     declared = declared_names(options.headers)
-    if not declared:
-        yield f"{options.headers}: no header declares anything"
-    lines = run(options.nm, "-D", "--defined-only", options.library).splitlines()
-    exported = {line.split()[-1].split("@")[0] for line in lines}
+    exported = {line.split()[-1] for line in run(options.nm, "-D", "--defined-only", options.library).splitlines()}
     for name in sorted(declared.keys() - exported):
         yield f"{name}: declared in {declared[name]}, not exported"
     for name in sorted(exported - declared.keys()):
