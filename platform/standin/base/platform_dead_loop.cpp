@@ -1,9 +1,23 @@
-// The dead-loop monitor of a platform that watches no threads.
+// The dead-loop monitor of a node that watches no thread: every call is accepted and does nothing.
 //
-// Signal context: safe.
+// Signal context: all of it.
 #include "kova_platform/dead_loop.h"
 
-uintptr_t KovaRecordExternalThreadDeadLoopInfo(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t,
-                                               uintptr_t, uintptr_t) {
-    return 0;
-}
+#define ACCEPT(name)                                                                                         \
+    uintptr_t name(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t) { \
+        return 0;                                                                                            \
+    }
+
+ACCEPT(KOVA_InitDeadloopMonInner)
+ACCEPT(KOVA_InitDeadloopMonitorInner)
+ACCEPT(KOVA_RegDeadloopMonInner)
+ACCEPT(KOVA_RegDeadloopMonCallbackInner)
+ACCEPT(KOVA_UnRegDeadloopMonInner)
+ACCEPT(KOVA_DmOpersInner)
+ACCEPT(KOVA_CheckAndRepairDeadloopInner)
+ACCEPT(KOVA_GetCallstackByPthreadIdInner)
+ACCEPT(RecordThreadDeadLoopInfo)
+ACCEPT(KovaRegDeadloopEventReport)
+ACCEPT(KovaGetDeadloopCfgCount)
+ACCEPT(KovaGetDeadloopCfg)
+ACCEPT(KovaRecordExternalThreadDeadLoopInfo)
