@@ -10,6 +10,7 @@
 #include "kova/assert_record.h"
 #include "kova/black_box.h"
 #include "kova/box_items.h"
+#include "kova/boot_environment.h"
 #include "kova/calendar_time.h"
 #include "kova/cpu_smoothing.h"
 #include "kova/data_plane_cpu.h"
