@@ -29,6 +29,8 @@
 #include "kova/resource_attach.h"
 #include "kova/resource_region.h"
 #include "kova/shell_command.h"
+#include "kova/subscription_registry.h"
+#include "kova/subscription_services.h"
 #include "kova/symbol.h"
 #include "kova/system_usage.h"
 

@@ -1,0 +1,115 @@
+// An empty registry for each test, and around it the RPC framework, the daemon's client factory and the platform's
+// allocator as daemon_fakes.cpp replaces them.
+#pragma once
+
+#include <pthread.h>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kova/subscription_registry.h"
+#include "kova_platform/process_globals.h"
+#include "kova_platform/rpc.h"
+#include "support/log_recorder.h"
+
+namespace kova::test {
+
+constexpr std::uint32_t kMinusOneCode = 0xFFFFFFFF;
+
+struct SentRequest {
+    std::string service;
+    std::vector<std::uint32_t> words;
+    KovaRpcCallback callback;
+};
+
+struct DaemonFakes {
+    std::uint32_t link_result = 0, call_result = 0;
+    bool has_client = true, has_reply_memory = true;
+    // Runs inside an allocation from a partition; false makes that fail.
+    std::function<bool()> on_allocation = [] { return true; };
+
+    std::vector<SentRequest> sent;
+    std::set<void*> clients;      // made and not released
+    int replies = 0, blocks = 0;  // likewise
+};
+inline DaemonFakes g_fakes;
+
+// While one lives, locking the registry on this thread fails with EDEADLK (35).
+class FailingLock {
+  public:
+    FailingLock() {
+        make_mutex(PTHREAD_MUTEX_ERRORCHECK);
+        pthread_mutex_lock(&g_kovaSubscribeMutexLock);
+    }
+    FailingLock(const FailingLock&) = delete;
+    FailingLock& operator=(const FailingLock&) = delete;
+    ~FailingLock() {
+        pthread_mutex_unlock(&g_kovaSubscribeMutexLock);
+        make_mutex(PTHREAD_MUTEX_DEFAULT);
+    }
+
+  private:
+    static void make_mutex(int type) {
+        pthread_mutexattr_t attributes;
+        pthread_mutexattr_init(&attributes);
+        pthread_mutexattr_settype(&attributes, type);
+        pthread_mutex_destroy(&g_kovaSubscribeMutexLock);
+        pthread_mutex_init(&g_kovaSubscribeMutexLock, &attributes);
+        pthread_mutexattr_destroy(&attributes);
+    }
+};
+
+class RegistryTest : public ::testing::Test {
+  protected:
+    RegistryTest() {
+        g_fakes = {};
+        g_kovaAgentMemHandle = 7;  // a partition
+        log_recorder().clear();
+    }
+    ~RegistryTest() override {
+        EXPECT_EQ(0, pthread_mutex_trylock(&g_kovaSubscribeMutexLock)) << "left locked";
+        pthread_mutex_unlock(&g_kovaSubscribeMutexLock);
+        KOVA_Delete_Publisher(std::exchange(g_KovaPublisherAgent, nullptr));
+        EXPECT_TRUE(g_fakes.clients.empty()) << "a client was never released";
+        EXPECT_EQ(0, g_fakes.replies);
+        EXPECT_EQ(0, g_fakes.blocks);
+        g_kovaAgentMemHandle = 0xFFFFFFFF;
+    }
+
+    static Publisher* publisher() {
+        if (g_KovaPublisherAgent == nullptr) g_KovaPublisherAgent = KOVA_Create_Publisher();
+        return g_KovaPublisherAgent;
+    }
+    static SubscribeRequest request(const std::string& module, std::uint32_t overload = 80, std::uint32_t recover = 60,
+                                    KovaPublishHook hook = nullptr, void* hook_arg = nullptr) {
+        SubscribeRequest made{0, {}, overload, recover, hook, hook_arg};
+        std::snprintf(made.moduleName, sizeof made.moduleName, "%s", module.c_str());
+        return made;
+    }
+    static Subscription* join(const SubscribeRequest& wanted) {
+        return KOVA_Create_Subscription(KOVA_Create_Subscriber(publisher(), wanted.moduleName),
+                                        KOVA_Create_Target(publisher(), &wanted), &wanted);
+    }
+
+    using Events = std::vector<std::pair<std::string, std::uint32_t>>;  // module and state
+    static std::uint32_t keep_event(const SubscribeEvent* event, void* events) {
+        static_cast<Events*>(events)->emplace_back(event->moduleName, event->state);
+        return 1;  // means nothing
+    }
+
+    // Takes the log, which must hold exactly these; `lock_text` is the last one and has the id for locks.
+    static void expect_logged(const std::vector<std::string>& texts, const std::string& lock_text = "") {
+        std::vector<LoggedMessage> expected;
+        for (const std::string& text : texts) expected.push_back(error_message(0x0E40105B, "Base", text));
+        if (!lock_text.empty()) expected.push_back(error_message(0x0E401062, "Base", lock_text));
+        EXPECT_EQ(expected, log_recorder().take());
+    }
+};
+
+}  // namespace kova::test

@@ -1,0 +1,180 @@
+// The services that the daemon calls: publishing, and paging through the subscriptions.
+#include "kova/subscription_services.h"
+
+#include <optional>
+
+#include "registry_fixture.h"
+
+namespace kova::test {
+namespace {
+
+class ServicesTest : public RegistryTest {
+  protected:
+    ~ServicesTest() override { KovaFreeQuerySubscribe(&g_kovaQuerySubscribe); }
+
+    static void join_many(std::uint32_t count) {
+        for (std::uint32_t i = 0; i < count; ++i) join(request("m" + std::to_string(i), 20 + i % 50, 10));
+    }
+
+    struct Page {
+        std::uint32_t rc = 0, result = 0, count = 0;
+        std::vector<SubscribeInfo> items;
+    };
+    static Page ask(std::uint32_t start, std::uint32_t most) {
+        const GetSubscribeIn in = {.reserved = 99, .start = start, .queryNum = most};
+        GetSubscribeOut* out = nullptr;
+        Page page;
+        page.rc = KovaGetSubscribe(&in, &out);
+        page.result = out->result;
+        page.count = out->count;
+        if (out->items != nullptr) page.items.assign(out->items, out->items + most);
+        KovaGetSubscribe_free(out);
+        return page;
+    }
+};
+
+TEST_F(ServicesTest, PagesCoverOneListAndTheShortOneReleasesIt) {
+    const struct {
+        const char* name;
+        std::uint32_t subscriptions, most;
+        std::vector<std::uint32_t> counts;  // of the pages at 0, most, 2 * most, ...
+    } cases[] = {
+        {"the last page is short", 7, 3, {3, 3, 1}},
+        {"the last page is full", 6, 3, {3, 3, 0}},
+        {"one page has room for more", 19, 20, {19}},
+        {"the most that a list holds", 1000, 20, std::vector<std::uint32_t>(50, 20)},
+        {"nobody has subscribed", 0, 20, {0}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        join_many(c.subscriptions);
+        std::set<std::string> modules;
+        for (std::uint32_t i = 0; i < c.counts.size(); ++i) {
+            const Page page = ask(i * c.most, c.most);
+            if (i == 0) join(request("latecomer", 99, 10));  // is not in this list
+            EXPECT_EQ(0U, page.rc);
+            EXPECT_EQ(0U, page.result);
+            EXPECT_EQ(c.counts[i], page.count);
+            for (std::uint32_t item = 0; item < page.count; ++item) {
+                modules.insert(page.items[item].moduleName);
+                EXPECT_STREQ("dataPlaneCpu", page.items[item].subType);
+                EXPECT_EQ(10U, page.items[item].recover);
+            }
+            const bool is_kept = page.count == c.most;
+            EXPECT_EQ(is_kept ? c.subscriptions : 0, g_kovaQuerySubscribe.count);
+            EXPECT_EQ(is_kept, g_kovaQuerySubscribe.records != nullptr);
+            if (is_kept) continue;
+            EXPECT_EQ('\0', page.items[page.count].subType[0]) << "left unfilled, yet not zero";
+        }
+        EXPECT_EQ(c.subscriptions, modules.size());
+        EXPECT_FALSE(modules.contains("latecomer"));
+        KOVA_Delete_Publisher(std::exchange(g_KovaPublisherAgent, nullptr));
+    }
+    EXPECT_EQ(0U, ask(5, 20).count) << "no list";
+    expect_logged({});
+
+    join_many(4);
+    EXPECT_EQ(0U, ask(0, 0).count);
+    EXPECT_EQ(4U, g_kovaQuerySubscribe.count) << "a page of none keeps the list";
+    EXPECT_EQ(0U, ask(0xFFFFFFFE, 20).count);  // start + index must not wrap into the list
+    EXPECT_EQ(nullptr, g_kovaQuerySubscribe.records);
+}
+
+TEST_F(ServicesTest, QueryThatFailsSaysWhyAndLeavesNothing) {
+    const auto failed_page = [](std::vector<std::string> texts, std::uint32_t most = 20) {
+        const Page page = ask(0, most);
+        EXPECT_EQ(kMinusOneCode, page.rc);
+        EXPECT_EQ(kMinusOneCode, page.result);
+        EXPECT_EQ(0U, page.count);
+        EXPECT_EQ(nullptr, g_kovaQuerySubscribe.records);
+        if (most <= 20) {
+            texts.emplace_back("[KovaGetSubscribeInner] save query msg is unsuccessful, ret=4294967295.");
+            texts.emplace_back("[GetSubscribe] get msg rule info, ret");
+        }
+        expect_logged(texts);
+    };
+    failed_page({"[GetSubscribe] queryNum is invaild, queryNum=21."}, 21);
+    GetSubscribeOut* out = nullptr;
+    EXPECT_EQ(kMinusOneCode, KovaGetSubscribe(nullptr, &out));
+    g_fakes.has_reply_memory = false;
+    const GetSubscribeIn in{};
+    EXPECT_EQ(12U, KovaGetSubscribe(&in, &out));
+    EXPECT_EQ(nullptr, out);
+    expect_logged({"[GetSubscribe] inMsg is invaild.", "[GetSubscribe]mem is not enough"});
+    g_fakes.has_reply_memory = true;
+
+    join_many(4);
+    g_fakes.on_allocation = [] { return false; };
+    failed_page({"[SaveQuerySubscribe] malloc is invaild, cnt=4."});
+    // Between the counting and the copying.
+    std::optional<FailingLock> failing;
+    g_fakes.on_allocation = [&] { return failing.emplace(), true; };
+    failed_page({"[SaveQuerySubscribe] lock unsuccessful. ret = 35"});
+    failing.reset();
+    g_fakes.on_allocation = [] { return join(request("grown")), true; };
+    failed_page({});
+    g_fakes.on_allocation = [] { return KOVA_Delete_Subscriber(publisher()->subscribers), true; };
+    EXPECT_EQ(4U, ask(0, 20).count) << "shrunk: a shorter list";
+    g_fakes.on_allocation = [] {
+        while (publisher()->targets != nullptr) KOVA_Delete_Target(publisher()->targets);
+        return true;
+    };
+    EXPECT_EQ(0U, ask(0, 20).count) << "emptied";
+    join_many(1001);
+    failed_page({"[KovaSaveQuerySubscribe] mem is not enough."});
+    failing.emplace();
+    EXPECT_EQ(0U, ask(0, 20).rc) << "not even counted: an empty list";
+    failing.reset();
+    expect_logged({"[KovaGetSubscriptionCnt] lock unsuccessful. ret = 35"});
+}
+
+TEST_F(ServicesTest, TypesWithoutNameAndModuleNamesTooLongComeEmpty) {
+    SubscribeRequest wanted = request("m", 70, 30);
+    wanted.subType = 9;
+    const std::string longest(KOVA_SUBSCRIBER_NAME_SIZE - 1, 'x');
+    KOVA_Create_Subscription(KOVA_Create_Subscriber(publisher(), longest.c_str()),
+                             KOVA_Create_Target(publisher(), &wanted), &wanted);
+    const SubscribeInfo item = ask(0, 1).items.at(0);
+    EXPECT_STREQ("", item.moduleName);
+    EXPECT_STREQ("", item.subType);
+    EXPECT_EQ(70U, item.overload);
+    EXPECT_EQ(30U, item.recover);
+    expect_logged({"[KovaGetSubscribeInner] strcpy unsuccessful, ret= 34 moduleName=" + longest + ", subType="});
+}
+
+TEST_F(ServicesTest, UpdateReachesItsTypeAlone) {
+    const auto update = [](std::uint32_t type, std::uint32_t value) {
+        const UpdateResourceInfoIn in = {.subType = type, .value = value};
+        UpdateResourceInfoOut* out = nullptr;
+        EXPECT_EQ(0U, KovaUpdateResourceInfo(&in, &out));
+        EXPECT_EQ(0U, out->result);
+        KovaUpdateResourceInfo_free(out);
+    };
+    update(0, 90);
+    EXPECT_EQ(std::vector{info_message("[KovaPublishEvent] publisher not exist.")}, log_recorder().take());
+    Events heard;
+    join(request("a", 80, 60, keep_event, &heard));
+    join(request("b", 95, 60, keep_event, &heard));
+    SubscribeRequest other = request("c", 80, 60, keep_event, &heard);
+    other.subType = 1;
+    join(other);
+    update(0, 90);
+    update(2, 90);
+    {
+        const FailingLock failing;
+        update(0, 50);
+    }
+    const UpdateResourceInfoIn recovered = {.subType = 0, .value = 60};
+    EXPECT_EQ(0U, KovaPublishEvent(&recovered));
+    UpdateResourceInfoOut* out = nullptr;
+    EXPECT_EQ(1U, KovaUpdateResourceInfo(nullptr, &out));
+    g_fakes.has_reply_memory = false;
+    EXPECT_EQ(12U, KovaUpdateResourceInfo(&recovered, &out));
+    EXPECT_EQ(nullptr, out);
+    EXPECT_EQ((Events{{"b", 0}, {"a", 1}, {"b", 0}, {"a", 0}}), heard) << "newest first";
+    expect_logged({"[KovaPublishEvent] lock unsuccessful. ret = 35", "[KovaUpdateResourceInfo] inMsg is invalid.",
+                   "[KovaUpdateResourceInfo] mem is not enough."});
+}
+
+}  // namespace
+}  // namespace kova::test
