@@ -28,6 +28,7 @@
 #include "kova/process_info.h"
 #include "kova/resource_attach.h"
 #include "kova/resource_region.h"
+#include "kova/resource_subscription.h"
 #include "kova/shell_command.h"
 #include "kova/subscription_registry.h"
 #include "kova/subscription_services.h"

@@ -1,0 +1,175 @@
+// Subscribing, and the requests that go to the daemon for it.
+#include <unistd.h>
+#include <cstring>
+
+#include "kova/resource_subscription.h"
+#include "registry_fixture.h"
+
+namespace kova::test {
+namespace {
+
+class SubscribeTest : public RegistryTest {
+  protected:
+    // The framework's part: every accepted request is called back once.
+    static void answer_all(std::uint64_t status, std::uint32_t result, bool has_response = true) {
+        for (const SentRequest& request : std::exchange(g_fakes.sent, {})) {
+            request.callback.handler(status, 0, has_response ? &result : nullptr, request.callback.context);
+        }
+    }
+};
+
+TEST_F(SubscribeTest, RequestsAreCheckedBeforeAnythingIsTouched) {
+    const struct {
+        std::string module;
+        std::uint32_t overload, recover, type, rc;
+    } cases[] = {
+        {std::string(31, 'm'), 100, 99, 0, 0}, {"m", 1, 0, 0, 0},  {"m", 101, 99, 0, 1}, {"m", 50, 50, 0, 1},
+        {std::string(32, 'u'), 80, 60, 0, 1},  {"", 80, 60, 0, 1}, {"m", 80, 60, 1, 1},
+    };
+    for (const auto& c : cases) {
+        SubscribeRequest wanted = request("", c.overload, c.recover);
+        std::memcpy(wanted.moduleName, c.module.data(), c.module.size());  // 32 characters have no end
+        wanted.subType = c.type;
+        EXPECT_EQ(c.rc, KOVA_SubscribeResourceCheckPara(&wanted)) << c.module << c.overload << "/" << c.recover;
+        if (c.rc == 0) continue;
+        EXPECT_EQ(1U, KOVA_SubscribeResource(&wanted));
+        const auto text = "[KOVA_SubscribeResourceCheckPara] Input parameters invalid, module:" + c.module +
+                          ", overload:" + std::to_string(c.overload) + ", recover:" + std::to_string(c.recover) +
+                          ", subType:" + std::to_string(c.type) + ".";
+        expect_logged({text, text});
+        EXPECT_EQ(1U, KOVA_UnSubscribeResource(&wanted));
+        expect_logged({"[KOVA_UnSubscribeResource] publisher not exist."});
+    }
+    EXPECT_EQ(1U, KOVA_SubscribeResource(nullptr));
+    EXPECT_EQ(1U, KOVA_UnSubscribeResource(nullptr));
+    expect_logged({"[KOVA_SubscribeResourceCheckPara] Input parameters is NULL.",
+                   "[KOVA_UnSubscribeResource] Input parameters invalid."});
+    EXPECT_TRUE(g_fakes.sent.empty());
+}
+
+TEST_F(SubscribeTest, ModuleIsAnnouncedRegisteredAndToldWhatIsKnown) {
+    Events events;
+    const SubscribeRequest one = request("one", 80, 60, keep_event, &events);
+    EXPECT_EQ(0U, KOVA_SubscribeResource(&one));
+    Target* const target = KOVA_Publisher_GetTarget(g_KovaPublisherAgent, &one);
+    ASSERT_NE(nullptr, target);
+    KOVA_Target_UpdateByValue(target, 90);
+    const SubscribeRequest two = request("two", 80, 60, keep_event, &events);
+    EXPECT_EQ(0U, KOVA_SubscribeResource(&two));
+    EXPECT_EQ((Events{{"one", 1}, {"two", 1}}), events) << "known already, so told at once";
+    // Again, with other thresholds: the first subscription stays, and the new target knows nothing to tell.
+    const SubscribeRequest again = request("one", 90, 70, nullptr, nullptr);
+    EXPECT_EQ(0U, KOVA_SubscribeResource(&again));
+    events.clear();
+    KOVA_Target_UpdateByValue(target, 60);
+    EXPECT_EQ((Events{{"two", 0}, {"one", 0}}), events);
+
+    ASSERT_EQ(3U, g_fakes.sent.size()) << "one request for every call";
+    EXPECT_EQ("KovaAppSubscribe", g_fakes.sent[2].service);
+    EXPECT_EQ((std::vector{0U, static_cast<std::uint32_t>(::getpid())}), g_fakes.sent[2].words);
+    answer_all(1, 0);
+    EXPECT_EQ(0U, KOVA_UnSubscribeResource(&one));
+    EXPECT_TRUE(g_fakes.sent.empty());
+    KOVA_Target_UpdateByValue(target, 99);
+    EXPECT_EQ(3U, events.size()) << "called after it had unsubscribed";
+    EXPECT_EQ(1U, KOVA_UnSubscribeResource(&one));
+    const SubscribeRequest stranger = request("stranger");
+    EXPECT_EQ(1U, KOVA_UnSubscribeResource(&stranger));
+    expect_logged({"[KOVA_UnSubscribeResource] get subscription unsuccessful, moduleName:one, subType:0.",
+                   "[KOVA_UnSubscribeResource] get subscriber unsuccessful, moduleName:stranger."});
+}
+
+TEST_F(SubscribeTest, DaemonThatCannotBeAskedLeavesNoSubscriber) {
+    const std::string outer = "[KOVA_SubscribeResource] KovaResourceNotify unsuccessful. ret = ";
+    const std::string monitor = "[KOVA_SubscribeResource] KovaStartResourceMonitor unsuccessful. ret = 4294967295";
+    const SubscribeRequest wanted = request("m");
+    const auto expect_failure = [&](const std::vector<std::string>& texts) {
+        EXPECT_EQ(1U, KOVA_SubscribeResource(&wanted));
+        ASSERT_NE(nullptr, g_KovaPublisherAgent);
+        EXPECT_EQ(nullptr, g_KovaPublisherAgent->subscribers);
+        EXPECT_EQ(nullptr, g_KovaPublisherAgent->targets);
+        expect_logged(texts);
+    };
+    g_fakes.link_result = 66;
+    expect_failure({"[KOVA_SubscribeResource] KovaAgentLinkInit native unsuccessful. ret = 66", outer + "66"});
+    g_fakes.link_result = 0;
+    g_fakes.has_client = false;
+    expect_failure({"[KovaStartResourceMonitor] KovaAgentRpcConn2Kovad unsuccessful.", monitor, outer + "4294967295"});
+    g_fakes.has_client = true;
+    g_fakes.call_result = 5;
+    expect_failure({"[KovaStartResourceMonitor]send rpc unsuccessful, ret = 5.", monitor, outer + "4294967295"});
+    const FailingLock failing;
+    EXPECT_EQ(1U, KOVA_UnSubscribeResource(&wanted));
+    EXPECT_EQ(1U, KOVA_SubscribeResource(&wanted));
+    expect_logged({"[KOVA_UnSubscribeResource] lock unsuccessful. ret = 35"},
+                  "[KOVA_SubscribeResource] lock unsuccessful. ret = 35");
+}
+
+TEST_F(SubscribeTest, CycleAndMonitorStatusHaveDefaultsUntilTheDaemonPublishes) {
+    std::uint32_t cycle = 1;
+    EXPECT_EQ(1U, KOVA_GetMemUsageCycle(&cycle));
+    EXPECT_EQ(10000U, cycle);
+    EXPECT_EQ(0U, KOVA_GetResourceMonitorStatus(0));
+    expect_logged({});
+    static KovaResourceRegion region;
+    g_KovaResourceInfoAgent = &region;
+    g_KovaResourceInitAgentOK = 1;
+    EXPECT_EQ(0U, KOVA_GetMemUsageCycle(&(cycle = 1)));
+    EXPECT_EQ(10000U, cycle);
+    EXPECT_EQ(0U, KOVA_GetResourceMonitorStatus(0));
+    region.memUsageCycle = 1000;
+    region.resourceMonitorStatus = 0x80;
+    EXPECT_EQ(0U, KOVA_GetMemUsageCycle(&cycle));
+    EXPECT_EQ(1000U, cycle);
+    EXPECT_EQ(1U, KOVA_GetResourceMonitorStatus(0));
+    EXPECT_EQ(0U, KOVA_GetResourceMonitorStatus(1));
+    EXPECT_EQ(1U, KOVA_GetMemUsageCycle(nullptr));
+    g_KovaResourceInitAgentOK = 0;
+    g_KovaResourceInfoAgent = nullptr;
+    EXPECT_EQ((std::vector{error_message(0x0E401060, "Startup", "Input parameters invalid."),
+                           error_message(0x0E401060, "Startup", "[KOVA_GetMemUsageCycle] Input parameters invalid.")}),
+              log_recorder().take());
+}
+
+TEST_F(SubscribeTest, EveryOutcomeOfARequestReleasesItsClientOnce) {
+    for (const auto& [mode, cycle] : {std::pair{1, 1000U}, {2, 10000U}, {-1, 10000U}}) {
+        EXPECT_EQ(0U, KOVA_SetMemUsageBaseCycle(mode));
+        EXPECT_EQ("KovaRestCycleTime", g_fakes.sent.back().service);
+        EXPECT_EQ((std::vector{cycle, 0U}), g_fakes.sent.back().words);
+    }
+    answer_all(1, 0);
+    const struct {
+        std::uint64_t status;
+        std::uint32_t result;
+        bool has_response;
+        std::string text;
+    } outcomes[] = {
+        {1, 0, false, "bsuccess=0x1 errNo=0."},
+        {0, 0, true, "bsuccess=0 errNo=0."},
+        {0x0301800500000001, 0, true, "bsuccess=0x1 errNo=0x3018005."},
+        {1, 44, true, "(ret:44)."},
+        {0xFFFFFFFF, 0, true, ""},  // any low word but 0 means completed
+    };
+    for (const auto& outcome : outcomes) {
+        EXPECT_EQ(0U, KovaSetResourceCycle(3, 500));
+        EXPECT_EQ((std::vector{500U, 3U}), g_fakes.sent.back().words);
+        EXPECT_EQ(0U, KovaResourceNotify(0));
+        answer_all(outcome.status, outcome.result, outcome.has_response);
+        EXPECT_TRUE(g_fakes.clients.empty());
+        std::vector<std::string> texts;
+        for (const std::string callback : {"[KovaSetResCycleCallBack]", "[KovaAppSubscribeCallBack]"}) {
+            if (!outcome.text.empty()) texts.push_back(callback + " stStatus unsuccessful, " + outcome.text);
+        }
+        expect_logged(texts);
+    }
+    g_fakes.call_result = 9;
+    EXPECT_EQ(1U, KOVA_SetMemUsageBaseCycle(1));
+    g_fakes.has_client = false;
+    EXPECT_EQ(kMinusOneCode, KovaSetResourceCycle(0, 1));
+    expect_logged({"[KovaSetResourceCycle]send rpc unsuccessful, ret = 9.",
+                   "[KOVA_SetMemUsageBaseCycle]KovaSetResourceCycle unsuccessful, ret = 4294967295.",
+                   "[KovaSetResourceCycle] KovaAgentRpcConn2Kovad unsuccessful."});
+}
+
+}  // namespace
+}  // namespace kova::test
