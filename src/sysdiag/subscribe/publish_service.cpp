@@ -8,6 +8,7 @@
 #include "kova_platform/rpc.h"
 #include "subscribe/registry_lock.h"
 #include "subscribe/reply.h"
+#include "subscribe/target_update.h"
 
 namespace kova {
 namespace {
@@ -27,7 +28,7 @@ void publish(std::uint32_t type, std::uint32_t value) {
         return;
     }
     for (Target* target = publisher->targets; target != nullptr; target = target->next) {
-        if (target->subType == type) KOVA_Target_UpdateByValue(target, value);
+        if (target->subType == type) update_target_locked(*target, value);
     }
 }
 
