@@ -46,6 +46,15 @@ TEST(PlatformLog, MessagesCarryLevelIdAndTagAndAreCut) {
     EXPECT_EQ("3: level=1 id=0x0E40105B [Base] -3xxxxx", g_system_log.substr(0, 39));
 }
 
+TEST(PlatformLog, BlocksAreCutAtLineEnds) {
+    g_system_log.clear();
+    const std::string line(600, 'x');
+    const std::string block = line + "\n" + line + "\nend";
+    KOVA_DiagLogInSlice(block.c_str(), static_cast<uint32_t>(block.size()), 0x0E40101D);
+    const std::string head = "6: level=3 id=0x0E40101D [Info] ";
+    EXPECT_EQ(head + line + "\n" + head + line + "\nend\n", g_system_log);
+}
+
 // "chassis slot cpu stack boxstack", with "E" and the code where a call fails.
 std::string identity() {
     const auto asked = [](uint32_t (*function)(uint32_t*)) {

@@ -11,10 +11,7 @@
 namespace {
 
 struct Seen {
-    std::atomic<int> appended{0};
-    std::atomic<int> rewritten{0};
-    std::atomic<int> printed{0};
-    std::atomic<int> wrong{0};
+    std::atomic<int> appended{0}, rewritten{0}, printed{0}, wrong{0};
 };
 Seen* g_seen = nullptr;  // shared by parent and children; null: nobody looks
 
