@@ -135,7 +135,7 @@ boot() {
     }
 }
 
-need_packages cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libfmt-dev python3 "${arm64_packages[@]}"
+need_packages cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libfmt-dev libasio-dev python3 "${arm64_packages[@]}"
 fetch_packages
 if ((build)); then
     say "arm64: building"

@@ -31,7 +31,7 @@ done
 [[ $(uname -m) == x86_64 ]] || fail "the benchmarks are for x86-64, this machine is $(uname -m)"
 cd "$kova_root"
 logs=$kova_root/build/logs
-need_packages g++ cmake ninja-build libbenchmark-dev libcli11-dev nlohmann-json3-dev libfmt-dev \
+need_packages g++ cmake ninja-build libbenchmark-dev libcli11-dev nlohmann-json3-dev libfmt-dev libasio-dev \
     libbackward-cpp-dev libdw-dev libgoogle-glog-dev
 
 say "building"

@@ -167,7 +167,7 @@ fi
 
 ((!private)) || need_visible_tree
 cd "$kova_root"
-need_packages cmake ninja-build g++ libcli11-dev nlohmann-json3-dev libfmt-dev python3
+need_packages cmake ninja-build g++ libcli11-dev nlohmann-json3-dev libfmt-dev libasio-dev python3
 say "building into build/demo"
 run_logged "$build/configure.log" cmake --preset release -B "$build" -DKOVA_TESTS=OFF || fail "configuring failed"
 run_logged "$build/build.log" cmake --build "$build" || fail "building failed"

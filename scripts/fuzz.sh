@@ -39,7 +39,7 @@ done
 ((${#targets[@]})) || targets=("${all_targets[@]}")
 
 cd "$kova_root"
-need_packages clang g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev
+need_packages clang g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev libasio-dev
 say "building"
 run_logged build/logs/fuzz-configure.log cmake --preset fuzz || exit 1
 run_logged build/logs/fuzz-build.log cmake --build build/fuzz --target fuzzers || exit 1

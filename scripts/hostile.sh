@@ -47,7 +47,7 @@ mkdir -p "$(dirname "$output")"
 run_here() {
     local suites="Quick/*$case*"
     ((nightly == 0)) || suites+=":Nightly/*$case*"
-    need_packages g++ cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libfmt-dev python3
+    need_packages g++ cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libfmt-dev libasio-dev python3
     if ((build)); then
         say "building"
         run_logged build/logs/dev-configure.log cmake --preset dev

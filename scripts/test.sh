@@ -122,7 +122,7 @@ test_arm64() {
     read_arm64_box
 }
 
-packages=(g++ cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libfmt-dev python3)
+packages=(g++ cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libfmt-dev libasio-dev python3)
 for step in "${steps[@]}"; do
     case $step in
         style) packages+=(git clang-tidy clang-format) ;;
