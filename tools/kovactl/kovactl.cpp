@@ -9,6 +9,7 @@
 
 #include "box_commands.h"
 #include "command.h"
+#include "region_command.h"
 #include "run_command.h"
 
 namespace kova::kovactl {
@@ -16,11 +17,12 @@ namespace {
 
 constexpr AddCommands kFamilies[] = {
     add_box_commands,
+    add_region_command,
     add_run_command,
 };
 
 constexpr char kFooter[] =
-    "Exit status of all but run: 0 done, and what was looked at is sound; 1 damaged, or there is no such record;\n"
+    "Exit status of all but run: 0 done, and what was looked at is sound; 1 damaged, or not what was asked for;\n"
     "2 it cannot be read, or the command line is wrong. Results go to standard output, trouble to standard error.";
 
 // An answer that nobody got is none.
