@@ -1,7 +1,9 @@
-// kovad: the diagnosis daemon. Creates the shared region and keeps its figures up to date.
+// kovad: the diagnosis daemon. Creates the shared region and keeps its figures up to date; processes register with it
+// and are told the figures that they subscribed to.
 //
 // One thread and one loop: wait, then one small action. Nothing in it waits for anybody else.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <chrono>
 #include <csignal>
@@ -15,6 +17,7 @@
 #include "cycle.h"
 #include "daemon_log.h"
 #include "daemon_options.h"
+#include "link_server.h"
 #include "region_feed.h"
 #include "region_owner.h"
 
@@ -37,6 +40,14 @@ void occupy_standard_descriptors() {
     if (fd >= 0) ::close(fd);
 }
 
+// One descriptor for each connection and one for its process: the usual limit is soon too low.
+void raise_descriptor_limit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
+}
+
 void run(const DaemonOptions& options) {
     RegionOwner owner(options.group);
     RegionFeed feed(owner.region(), options.feed);
@@ -55,7 +66,9 @@ void run(const DaemonOptions& options) {
     Cycle memory(loop, milliseconds(options.feed.memory_cycle_ms), [&] { feed.sample_memory(); });
     Cycle data_plane(loop, milliseconds(options.feed.data_plane_sample_cycle_ms),
                      [&] { feed.sample_data_plane(now_ns()); });
-    log(Level::kInfo, "ready");
+    LinkServer server(loop, options.group, feed, memory);
+    Cycle data_plane_processes(loop, milliseconds(options.feed.data_plane_process_cycle_ms), [&] { server.publish(); });
+    log(Level::kInfo, "ready, listens on {}", server.path());
     loop.run();
 }
 
@@ -72,6 +85,7 @@ int main(int argc, char** argv) {
         set_log_target(options->log_target);
         // Whoever reads what we write may go away.
         static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+        raise_descriptor_limit();
         run(*options);
         return 0;
     } catch (const std::exception& error) {

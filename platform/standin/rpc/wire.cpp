@@ -11,6 +11,8 @@ constexpr Service kServices[] = {
     {"AgentRegInfo", Server::kDaemon, 44, 40, Marshalling::kPlain},
     {"KovaRestCycleTime", Server::kDaemon, 8, 4, Marshalling::kPlain},
     {"KovaAppSubscribe", Server::kDaemon, 8, 4, Marshalling::kPlain},
+    {"KovadListProcesses", Server::kDaemon, 8, 8, Marshalling::kPlain},
+    {"KovadListSubscriptions", Server::kDaemon, 8, 8, Marshalling::kPlain},
     {"KovaUpdateResourceInfo", Server::kProcess, 8, 4, Marshalling::kPlain},
     {"KovaGetSubscribe", Server::kProcess, 12, kSubscribePageHead, Marshalling::kSubscribePage},
 };
