@@ -9,6 +9,7 @@
 
 #include "box_commands.h"
 #include "command.h"
+#include "process_commands.h"
 #include "region_command.h"
 #include "run_command.h"
 
@@ -18,6 +19,7 @@ namespace {
 constexpr AddCommands kFamilies[] = {
     add_box_commands,
     add_region_command,
+    add_process_commands,
     add_run_command,
 };
 
