@@ -97,7 +97,7 @@ TEST_F(DataPlane, TheFirstProcessThatLivesSpeaksForAll) {
 constexpr std::uint32_t kProcesses = 4;
 constexpr std::uint32_t kThreads = 8;
 constexpr std::uint32_t kOwned = 4;  // entries that each thread reports to: all together fill the table
-constexpr std::uint32_t kRounds = 1000;
+constexpr std::uint32_t kRounds = 500;
 constexpr std::uint32_t kReports = 3;
 
 constexpr std::uint32_t kFirstTid = 1024;
