@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include "daemon_client.h"
+#include "daemon_query.h"
 #include "daemon_services.h"
 #include "record_json.h"
 #include "record_text.h"
@@ -50,7 +50,7 @@ ListRequest after(const SubscriptionItem& item) {
 
 template <typename Item>
 std::vector<Item> whole_list(const char* service) {
-    DaemonClient daemon;
+    DaemonQuery daemon;
     std::vector<Item> list = daemon.page<Item>(service, {});
     while (!list.empty()) {
         const std::vector<Item> page = daemon.page<Item>(service, after(list.back()));

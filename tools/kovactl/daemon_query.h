@@ -18,12 +18,12 @@ class NoAnswer : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-class DaemonClient {
+class DaemonQuery {
   public:
-    DaemonClient();
-    DaemonClient(const DaemonClient&) = delete;
-    DaemonClient& operator=(const DaemonClient&) = delete;
-    ~DaemonClient();
+    DaemonQuery();
+    DaemonQuery(const DaemonQuery&) = delete;
+    DaemonQuery& operator=(const DaemonQuery&) = delete;
+    ~DaemonQuery();
 
     // One page of a list. Waits for the answer, a few seconds at most.
     template <typename Item>

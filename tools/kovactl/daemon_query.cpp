@@ -1,5 +1,5 @@
-// Asks the daemon over its socket; see daemon_client.h.
-#include "daemon_client.h"
+// Asks the daemon over its socket; see daemon_query.h.
+#include "daemon_query.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -24,7 +24,7 @@ std::string advice(int error) {
 
 }  // namespace
 
-DaemonClient::DaemonClient() {
+DaemonQuery::DaemonQuery() {
     sockaddr_un address{};
     if (!wire::socket_of_address(wire::kDaemonAddress, &address)) {
         throw NoAnswer("KOVA_RUNTIME_DIR is too long for a socket's path");
@@ -38,11 +38,11 @@ DaemonClient::DaemonClient() {
     throw NoAnswer(fmt::format("cannot connect to '{}': {}{}", path_, std::strerror(error), advice(error)));
 }
 
-DaemonClient::~DaemonClient() {
+DaemonQuery::~DaemonQuery() {
     ::close(socket_);
 }
 
-std::vector<std::byte> DaemonClient::call(std::string_view service, std::span<const std::byte> request) {
+std::vector<std::byte> DaemonQuery::call(std::string_view service, std::span<const std::byte> request) {
     std::vector<std::byte> buffer(wire::kMessageLimit);
     const wire::Message message{
         .kind = wire::Kind::kRequest, .call_number = ++last_call_, .status = 0, .service = service, .payload = request};
@@ -68,7 +68,7 @@ std::vector<std::byte> DaemonClient::call(std::string_view service, std::span<co
     return {response.payload.begin(), response.payload.end()};
 }
 
-void DaemonClient::fail_to_understand() const {
+void DaemonQuery::fail_to_understand() const {
     throw NoAnswer(fmt::format("the daemon at '{}' answers what kovactl does not understand", path_));
 }
 
