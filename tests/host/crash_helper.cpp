@@ -1,6 +1,8 @@
 // A program that dies in the way that is asked for. It is linked with nothing of ours.
 //
 //     crash_helper MODE [NUMBER]
+#include "host/crash_helper_modes.h"
+
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -10,10 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <thread>
-
-#include "crash_helper_modes.h"
 
 namespace {
 
@@ -21,10 +20,9 @@ namespace {
 volatile int g_zero = 0;
 volatile int g_sink = 0;
 
-void fault(int number) {
-    if (number == SIGSEGV) {
-        *reinterpret_cast<volatile int*>(static_cast<unsigned long>(g_zero)) = 1;
-    } else if (number == SIGBUS) {
+void fault_by_signal(int number) {
+    if (number == SIGSEGV) fault();
+    if (number == SIGBUS) {
         char name[] = "/dev/shm/crash_helperXXXXXX";
         const int fd = ::mkstemp(name);
         ::unlink(name);
@@ -53,35 +51,6 @@ int overflow(int frames) {
 
 void overflow_stack(int) {
     g_sink = overflow(1'000'000);
-}
-
-void overflow_thread_stack(int) {
-    std::thread([] { overflow_stack(0); }).join();
-}
-
-void fault_in_two_threads(int) {
-    pthread_barrier_t barrier;
-    pthread_barrier_init(&barrier, nullptr, 2);
-    const auto crash = [&barrier] {
-        pthread_barrier_wait(&barrier);
-        fault(SIGSEGV);
-    };
-    std::thread first(crash);
-    std::thread second(crash);
-    first.join();
-    second.join();
-}
-
-void raise_signal(int number) {
-    ::raise(number);
-}
-
-void send_to_process(int number) {
-    ::kill(::getpid(), number);
-}
-
-void queue_to_process(int number) {
-    ::sigqueue(::getpid(), number, sigval{.sival_int = 7});
 }
 
 void wait_for_signal(int) {
@@ -122,29 +91,6 @@ void blocked(int number) {
     ::raise(number);
 }
 
-// The child's end becomes our exit code, and our own end depends on nothing that it left behind.
-void crash_of_a_child(int number) {
-    const pid_t child = ::fork();
-    if (child == 0) fault(number);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    std::_Exit(status & 0x7F);
-}
-
-void crash_after_vfork_child(int number) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-    const pid_t child = ::vfork();
-#pragma GCC diagnostic pop
-    if (child == 0) {
-        ::raise(SIGABRT);  // NOLINT(clang-analyzer-unix.Vfork): that the child dies here is the purpose
-        ::_exit(1);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) fault(number);
-}
-
 // Exit code 0: limits are raised, and as many mappings as before are left of many threads.
 void setup_is_sane(int) {
     for (const auto resource : {RLIMIT_NOFILE, RLIMIT_FSIZE}) {
@@ -166,24 +112,18 @@ void setup_is_sane(int) {
 }
 
 constexpr Mode kOwnModes[] = {
-    {"fault", fault},
+    {"fault", fault_by_signal},
     {"fault-impossible-address", fault_at_impossible_address},
     {"overflow", overflow_stack},
-    {"overflow-thread", overflow_thread_stack},
-    {"two-threads", fault_in_two_threads},
-    {"raise", raise_signal},
-    {"kill", send_to_process},
-    {"queue", queue_to_process},
+    {"overflow-thread", [](int) { std::thread(overflow_stack, 0).join(); }},
+    {"raise", [](int number) { ::raise(number); }},
+    {"kill", [](int number) { ::kill(::getpid(), number); }},
     {"abort", [](int) { std::abort(); }},
     {"exit", [](int number) { std::exit(number); }},
     {"wait", wait_for_signal},
     {"own-handler", own_handler},
     {"default-again", default_again},
     {"blocked", blocked},
-    {"child", crash_of_a_child},
-    {"vfork", crash_after_vfork_child},
-    {"sandbox", die_in_a_sandbox},
-    {"vanishing-fault", fault_that_does_not_repeat},
     {"setup", setup_is_sane},
 };
 

@@ -1,4 +1,5 @@
-// The ways to die that crash_helper knows beside its own.
+// The ways to die that crash_helper knows: its own, and those of processes whose memory, threads or resources are in
+// the worst state that we could think of.
 #pragma once
 
 #include <span>
@@ -8,13 +9,17 @@ struct Mode {
     void (*run)(int number);
 };
 
-// Dies of `number` in a sandbox that answers openat with SIGSYS; 31 (SIGSYS) dies of the sandbox's own refusal.
-void die_in_a_sandbox(int number);
-
-// A fault whose cause another thread has removed by the time that the handler returns.
-void fault_that_does_not_repeat(int number);
-
-// Processes whose memory, threads or resources are in the worst state that we could think of.
 std::span<const Mode> memory_modes();
 std::span<const Mode> thread_modes();
 std::span<const Mode> resource_modes();
+
+// What a program exits with that could not get into trouble: it failed, or this machine does not let it.
+inline constexpr int kSetUpFailed = 4;
+inline constexpr int kNotPossibleHere = 6;
+
+// Writes to address 0.
+[[gnu::noinline]] inline void fault() {
+    volatile int* nothing = nullptr;
+    asm volatile("" : "+r"(nothing));
+    *nothing = 1;
+}

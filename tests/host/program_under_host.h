@@ -2,34 +2,18 @@
 #pragma once
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "kova/black_box.h"
-#include "kova/memory.h"
-#include "kova_platform/process_globals.h"
+#include "support/crash_traces.h"
 
 namespace kova::test {
-
-inline constexpr char kLogPath[] = "/opt/norvel/var/log/kova_exception.log";
-inline constexpr char kBoxPath[] = "/opt/norvel/var/log/kova_exception_assert";
 
 // Helper programs stand beside this one, libraries in ../lib.
 inline std::string beside_this_program(const std::string& name) {
@@ -98,11 +82,7 @@ class Program {
         return text;
     }
 
-    int wait_status() const {
-        int status = -1;
-        while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) continue;
-        return status;
-    }
+    int wait_status() const { return end_of_child(pid_); }
 
     // The same for a program that may never end; it is killed then, and nothing is answered.
     [[nodiscard]] std::optional<int> wait_status_within(int seconds) const {
@@ -166,43 +146,12 @@ class HeldLock {
     pid_t holder_;
 };
 
-inline std::string log_text() {
-    std::ifstream file(kLogPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline std::size_t count_of(std::string_view text, std::string_view part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + part.size()))
-        ++count;
-    return count;
-}
-
-// The exception records, newest first; none where the box cannot be read.
-inline std::vector<KovaExceptInfo> readable_records(std::uint32_t* code) {
-    std::uint32_t count = 20;
-    void* buffer = nullptr;
-    *code = KOVA_BoxRead(0, 0, &count, &buffer);
-    std::vector<KovaExceptInfo> records(*code != 0 || buffer == nullptr ? 0 : count);
-    if (!records.empty()) std::memcpy(records.data(), buffer, records.size() * sizeof(KovaExceptInfo));
-    if (buffer != nullptr) KovaBaseFree(g_kovaAgentMemHandle, buffer, "test", __LINE__);
-    return records;
-}
-
-inline std::vector<KovaExceptInfo> stored_records() {
-    std::uint32_t code = 0;
-    auto records = readable_records(&code);
-    EXPECT_EQ(0U, code);
-    return records;
-}
-
 // A node without log and black box, and room for core files that vanishes with it.
 class OnFreshNode : public testing::Test {
   protected:
-    void SetUp() override {
-        ::unlink(kLogPath);
-        ::unlink(kBoxPath);
-        ASSERT_EQ(0, ::chdir("/run/kova"));
+    OnFreshNode() {
+        remove_log_and_box();
+        EXPECT_EQ(0, ::chdir("/run/kova"));
     }
 };
 

@@ -2,7 +2,7 @@
 //
 //     faulty_step_helper FUNCTION fault|hang NUMBER
 //
-// It dies of SIGABRT; the NUMBER-th call of FUNCTION is the one that goes wrong. Its definitions stand in front of the
+// It dies of SIGABRT; calls of FUNCTION go wrong from the NUMBER-th on. Its definitions stand in front of the
 // agent's, which they forward to.
 #include <dlfcn.h>
 #include <unistd.h>
@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/crash_helper_modes.h"
+#include "kova/exception_capture.h"
 #include "kova/exception_log.h"
 #include "kova/exception_report.h"
 #include "kova/memory_map.h"
@@ -24,9 +26,7 @@ int g_sound_calls = 0;
 void go_wrong_when_asked(const char* function) {
     if (std::strcmp(g_faulty_function, function) != 0 || --g_sound_calls >= 0) return;
     while (g_hangs) ::pause();
-    volatile int* nothing = nullptr;
-    asm volatile("" : "+r"(nothing));
-    *nothing = 1;
+    fault();
 }
 
 }  // namespace
@@ -41,6 +41,8 @@ void go_wrong_when_asked(const char* function) {
     }
 // NOLINTEND(bugprone-macro-parentheses)
 
+IN_FRONT_OF(uint32_t, KOVA_WriteSigTrace2Log, (int32_t senderPid, int32_t signal, const char* where),
+            (senderPid, signal, where))
 IN_FRONT_OF(uint32_t, KOVA_WriteBaseInfoToLog, (const KovaExceptInfo* record), (record))
 IN_FRONT_OF(void, KOVA_DumpMapsFile, (), ())
 IN_FRONT_OF(KovaRegisterBlock*, KOVA_CopyRegisterInfo, (KovaRegisterBlock * registers, const void* context),

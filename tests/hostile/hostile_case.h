@@ -80,6 +80,7 @@ struct Case {
 std::vector<Case> memory_cases();
 std::vector<Case> thread_cases();
 std::vector<Case> signal_cases();
+std::vector<Case> ending_cases();
 std::vector<Case> fault_cases();
 std::vector<Case> resource_cases();
 std::vector<Case> path_cases();

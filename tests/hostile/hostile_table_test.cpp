@@ -12,13 +12,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/crash_helper_modes.h"
 #include "hostile/hostile_case.h"
 #include "kova/exception_log.h"
 
 namespace kova::test {
 namespace {
 
-constexpr int kExitNotPossibleHere[] = {6, 99};
+constexpr int kExitNotPossibleHere[] = {kNotPossibleHere, 99};
 constexpr int kPatienceSeconds = 30;  // over the host's own limit, for slow machines
 constexpr int kRaceRounds = 200;
 
@@ -109,7 +110,7 @@ class HostileCase : public testing::TestWithParam<Case> {
             for (const int code : kExitNotPossibleHere) {
                 if (*expected == W_EXITCODE(code, 0)) GTEST_SKIP() << "not possible here";
             }
-            ASSERT_NE(W_EXITCODE(4, 0), *expected) << "the program could not bring itself into trouble";
+            ASSERT_NE(W_EXITCODE(kSetUpFailed, 0), *expected) << "the program could not bring itself into trouble";
         }
         for (int round = 0; round < rounds && !HasFailure(); ++round) {
             SCOPED_TRACE("round " + std::to_string(round));
@@ -234,8 +235,8 @@ TEST_P(HostileRace, IsSurvivedEveryTime) {
 
 std::vector<Case> all_cases() {
     std::vector<Case> all;
-    for (const auto& part :
-         {memory_cases(), thread_cases(), fault_cases(), resource_cases(), path_cases(), signal_cases()}) {
+    for (const auto& part : {memory_cases(), thread_cases(), fault_cases(), resource_cases(), path_cases(),
+                             signal_cases(), ending_cases()}) {
         all.insert(all.end(), part.begin(), part.end());
     }
     return all;

@@ -1,9 +1,12 @@
 // Deaths with registers, stacks and program counters that lead to memory which cannot be trusted.
+#include <poll.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
@@ -19,7 +22,7 @@ std::size_t page_bytes() {
 std::uint8_t* map_pages(std::size_t pages, int protection) {
     void* const memory =
         ::mmap(nullptr, pages * page_bytes(), protection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (memory == MAP_FAILED) std::_Exit(4);
+    if (memory == MAP_FAILED) std::_Exit(kSetUpFailed);
     return static_cast<std::uint8_t*>(memory);
 }
 
@@ -66,11 +69,11 @@ void truncated_file(int) {
     char name[] = "/dev/shm/crash_helperXXXXXX";
     const int fd = ::mkstemp(name);
     ::unlink(name);
-    if (::ftruncate(fd, static_cast<off_t>(4 * page_bytes())) != 0) std::_Exit(4);
+    if (::ftruncate(fd, static_cast<off_t>(4 * page_bytes())) != 0) std::_Exit(kSetUpFailed);
     auto* const file =
         static_cast<std::uint8_t*>(::mmap(nullptr, 4 * page_bytes(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
     std::memset(file, 'x', 4 * page_bytes());
-    if (::ftruncate(fd, static_cast<off_t>(page_bytes())) != 0) std::_Exit(4);
+    if (::ftruncate(fd, static_cast<off_t>(page_bytes())) != 0) std::_Exit(kSetUpFailed);
     die_with_registers(address_of(file + 2 * page_bytes()));
 }
 
@@ -94,12 +97,33 @@ void vanishing_mapping(int) {
             ::munmap(page, page_bytes());
             void* const again =
                 ::mmap(page, page_bytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
-            if (again != page) std::_Exit(4);
+            if (again != page) std::_Exit(kSetUpFailed);
             ++rounds;
         }
     }).detach();
     while (rounds < 10) continue;
     die_with_registers(address_of(page + 8));
+}
+
+bool file_size_signal_is_ignored() {
+    std::FILE* const status = std::fopen("/proc/self/status", "r");
+    unsigned long long ignored = 0;
+    char line[256];
+    while (std::fgets(line, sizeof line, status) != nullptr) std::sscanf(line, "SigIgn: %llx", &ignored);
+    std::fclose(status);
+    return (ignored >> (SIGXFSZ - 1) & 1) != 0;
+}
+
+// Another thread has removed the cause of the fault by the time that the handler returns.
+void vanishing_fault(int) {
+    std::uint8_t* const page = map_pages(1, PROT_NONE);
+    std::thread([page] {
+        // The host ignores this signal from the beginning of a capture on; without a host there is nothing to wait for.
+        while (!file_size_signal_is_ignored()) ::poll(nullptr, 0, 1);
+        ::mprotect(page, page_bytes(), PROT_READ | PROT_WRITE);
+    }).detach();
+    *static_cast<volatile std::uint8_t*>(page) = 1;
+    for (;;) ::pause();
 }
 
 // Frame pointers and return addresses that lead to heap, stack, code, nowhere and back to themselves.
@@ -141,7 +165,8 @@ void jump_to_data(int) {
 void many_mappings(int number) {
     std::uint8_t* const pages = map_pages(static_cast<std::size_t>(number), PROT_READ);
     for (int i = 0; i < number; i += 2) {
-        if (::mprotect(pages + static_cast<std::size_t>(i) * page_bytes(), page_bytes(), PROT_NONE) != 0) std::_Exit(4);
+        if (::mprotect(pages + static_cast<std::size_t>(i) * page_bytes(), page_bytes(), PROT_NONE) != 0)
+            std::_Exit(kSetUpFailed);
     }
     die_with_registers(address_of(pages + page_bytes() * 3 / 2));
 }
@@ -151,6 +176,7 @@ constexpr Mode kModes[] = {
     {"forbidden-page", forbidden_page},
     {"last-bytes", last_bytes},
     {"vanishing-mapping", vanishing_mapping},
+    {"vanishing-fault", vanishing_fault},
     {"smashed-stack", smashed_stack},
     {"stack-pointer-nowhere", stack_pointer_nowhere},
     {"jump-to-no-mapping", jump_to_no_mapping},

@@ -236,7 +236,9 @@ std::vector<Case> path_cases() {
         const char* path;
         Report report;
         Record record;
-    } paths[] = {{"log", kLogPath, Report::kNone, Record::kKept}, {"box", kBoxPath, Report::kWhole, Record::kNone}};
+        std::vector<std::string> in_report;
+    } paths[] = {{"log", kLogPath, Report::kNone, Record::kKept, {}},
+                 {"box", kBoxPath, Report::kWhole, Record::kNone, {"KOVA Box Write unsuccessful.(ret=22)\n"}}};
     const struct {
         const char* name;
         Instead what;
@@ -250,6 +252,7 @@ std::vector<Case> path_cases() {
                              .victim = kFault,
                              .report = path.report,
                              .record = path.record,
+                             .in_report = path.in_report,
                              .prepare = [path = path.path, what = kind.what](HostileNode&) { put_instead(path, what); },
                              .afterwards = expect_target_untouched,
                              .after_earlier_crashes = false});

@@ -10,14 +10,7 @@
 
 namespace {
 
-constexpr int kNotPossibleHere = 6;
 constexpr unsigned kNobody = 65534;
-
-[[gnu::noinline]] void fault() {
-    volatile int* nothing = nullptr;
-    asm volatile("" : "+r"(nothing));
-    *nothing = 1;
-}
 
 void without_descriptors(int) {
     while (::open("/dev/null", O_RDONLY) >= 0) continue;

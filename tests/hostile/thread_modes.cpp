@@ -24,12 +24,6 @@ namespace {
 std::atomic<bool> g_is_inside{false};
 bool g_crash_inside = false;
 
-[[gnu::noinline]] void fault() {
-    volatile int* nothing = nullptr;
-    asm volatile("" : "+r"(nothing));
-    *nothing = 1;
-}
-
 [[noreturn]] void stay_inside() {
     if (g_crash_inside) fault();
     g_is_inside = true;
@@ -50,10 +44,10 @@ void fault_in_many_threads(int count) {
 
 void load_the_module() {
     Dl_info own{};
-    if (::dladdr(reinterpret_cast<const void*>(&load_the_module), &own) == 0) std::_Exit(4);
+    if (::dladdr(reinterpret_cast<const void*>(&load_the_module), &own) == 0) std::_Exit(kSetUpFailed);
     const std::string program(own.dli_fname);
     const std::string module = program.substr(0, program.rfind('/') + 1) + "libblocking_module.so";
-    if (::dlopen(module.c_str(), RTLD_NOW) == nullptr) std::_Exit(4);
+    if (::dlopen(module.c_str(), RTLD_NOW) == nullptr) std::_Exit(kSetUpFailed);
 }
 
 void crash_while_another_loads(int) {
@@ -84,7 +78,22 @@ void crash_after_forked_child(int) {
     if (child == 0) fault();
     int status = 0;
     ::waitpid(child, &status, 0);
-    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGSEGV) std::_Exit(4);
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGSEGV) std::_Exit(kSetUpFailed);
+    fault();
+}
+
+void crash_after_vfork_child(int) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    const pid_t child = ::vfork();
+#pragma GCC diagnostic pop
+    if (child == 0) {
+        ::raise(SIGABRT);  // NOLINT(clang-analyzer-unix.Vfork): that the child dies here is the purpose
+        ::_exit(1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGABRT) std::_Exit(kSetUpFailed);
     fault();
 }
 
@@ -119,13 +128,8 @@ std::uint32_t hanging_hook(void*, std::uint32_t, std::uint32_t, std::uint64_t* f
     for (;;) ::pause();
 }
 
-std::uint32_t boasting_hook(void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t* depth) {
-    *depth = UINT32_MAX;
-    return 0;
-}
-
 void crash_with_hook(int which) {
-    constexpr CallStackHook kHooks[] = {faulty_hook, hanging_hook, boasting_hook};
+    constexpr CallStackHook kHooks[] = {faulty_hook, hanging_hook};
     // There only under the host.
     const auto install =
         reinterpret_cast<std::uint32_t (*)(CallStackHook)>(::dlsym(RTLD_DEFAULT, "KOVA_RegExceptCallStackDumpHook"));
@@ -133,19 +137,28 @@ void crash_with_hook(int which) {
     fault();
 }
 
-// The kernel refuses to copy memory: with this error, or for SIGSYS with a signal.
-void crash_where_reading_is_refused(int answer) {
+// The kernel refuses a call: with this error, or for SIGSYS with a signal.
+void refuse(unsigned call, int answer) {
     const unsigned action =
         answer == SIGSYS ? SECCOMP_RET_TRAP : SECCOMP_RET_ERRNO | (static_cast<unsigned>(answer) & SECCOMP_RET_DATA);
     sock_filter code[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_process_vm_readv, 0, 1),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
         BPF_STMT(BPF_RET | BPF_K, action),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     const sock_fprog program{.len = sizeof code / sizeof code[0], .filter = code};
     ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    if (::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) std::_Exit(4);
+    if (::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) std::_Exit(kSetUpFailed);
+}
+
+void crash_where_reading_is_refused(int answer) {
+    refuse(SYS_process_vm_readv, answer);
+    fault();
+}
+
+void crash_where_opening_is_refused(int answer) {
+    refuse(SYS_openat, answer);
     fault();
 }
 
@@ -155,9 +168,11 @@ constexpr Mode kModes[] = {
     {"another-lists-modules", crash_while_another_lists_modules},
     {"in-a-constructor", crash_in_a_constructor},
     {"after-forked-child", crash_after_forked_child},
+    {"after-vforked-child", crash_after_vfork_child},
     {"in-a-storm", crash_in_a_storm},
     {"with-hook", crash_with_hook},
     {"refused-read", crash_where_reading_is_refused},
+    {"refused-open", crash_where_opening_is_refused},
 };
 
 }  // namespace

@@ -69,7 +69,7 @@ namespace {
 
 void expect_one_whole_capture() {
     EXPECT_EQ(1U, stored_records().size());
-    EXPECT_EQ(2U, count_of(read_text(kLogPath), "===== Exception info (no:"));
+    EXPECT_EQ(2U, count_of(log_text(), "===== Exception info (no:"));
 }
 
 TEST_F(Capture, TheFirstCaptureOfANodeAllocatesNothing) {

@@ -1,35 +1,18 @@
 // What the capture's tests share: children that crash under a minimal host, and what they leave behind.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <ucontext.h>
-#include <unistd.h>
 
-#include <array>
 #include <csignal>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "kova/black_box.h"
 #include "kova/exception_capture.h"
-#include "kova/memory.h"
-#include "kova_platform/process_globals.h"
+#include "support/crash_traces.h"
 
 namespace kova::test {
 
-inline constexpr char kLogPath[] = "/opt/norvel/var/log/kova_exception.log";
-inline constexpr char kBoxPath[] = "/opt/norvel/var/log/kova_exception_assert";
 inline constexpr int kUnrecovered = 77;  // a fault inside the capture came back to the host
-inline constexpr unsigned kChildLimitSeconds = 60;
 
 // The least that a host does: record, then let the signal have its effect.
 inline void host_handler(int signal, siginfo_t* info, void* context) {
@@ -93,66 +76,13 @@ class PaintedStack {
     recurse_for_ever(&depth);
 }
 
-// Runs `body` in a child and answers its wait status. A child that hangs dies of SIGALRM.
-inline int in_child(const std::function<void()>& body) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        ::alarm(kChildLimitSeconds);
-        body();
-        ::_exit(0);
-    }
-    int status = -1;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
-    return status;
-}
-
-inline std::string read_text(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline std::size_t count_of(std::string_view text, std::string_view part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) ++count;
-    return count;
-}
-
-// The exception records, newest first.
-inline std::vector<KovaExceptInfo> stored_records() {
-    std::uint32_t count = 20;
-    void* buffer = nullptr;
-    EXPECT_EQ(0U, KOVA_BoxRead(0, 0, &count, &buffer));
-    std::vector<KovaExceptInfo> records(buffer == nullptr ? 0 : count);
-    if (!records.empty()) std::memcpy(records.data(), buffer, records.size() * sizeof(KovaExceptInfo));
-    if (buffer != nullptr) KovaBaseFree(g_kovaAgentMemHandle, buffer, "test", __LINE__);
-    return records;
-}
-
-// A user context made by hand. General registers that the machine does not have are left out.
-struct Registers {
-    std::array<std::uint64_t, 31> x{};
-    std::uint64_t sp = 0;
-    std::uint64_t pc = 0;
-};
-
-inline ucontext_t make_context(const Registers& registers) {
+// A user context made by hand, of which the program counter is all that tells.
+inline ucontext_t context_at(std::uint64_t pc) {
     ucontext_t context{};
 #if defined(__aarch64__)
-    for (std::size_t i = 0; i < registers.x.size(); ++i) context.uc_mcontext.regs[i] = registers.x[i];
-    context.uc_mcontext.sp = registers.sp;
-    context.uc_mcontext.pc = registers.pc;
+    context.uc_mcontext.pc = pc;
 #else
-    const auto set = [&context](int index, std::uint64_t value) {
-        context.uc_mcontext.gregs[index] = static_cast<greg_t>(value);
-    };
-    set(REG_RDI, registers.x[0]);
-    set(REG_RSI, registers.x[1]);
-    set(REG_RDX, registers.x[2]);
-    set(REG_RCX, registers.x[3]);
-    set(REG_RBX, registers.x[19]);
-    set(REG_RBP, registers.x[29]);
-    set(REG_RSP, registers.sp);
-    set(REG_RIP, registers.pc);
+    context.uc_mcontext.gregs[REG_RIP] = static_cast<greg_t>(pc);
 #endif
     return context;
 }
@@ -168,10 +98,7 @@ inline siginfo_t sent_by(pid_t sender, int signal) {
 // Starts every test on a node without log and black box.
 class Capture : public testing::Test {
   protected:
-    void SetUp() override {
-        ::unlink(kLogPath);
-        ::unlink(kBoxPath);
-    }
+    Capture() { remove_log_and_box(); }
 };
 
 }  // namespace kova::test

@@ -1,7 +1,4 @@
 // The road of a fatal signal, seen from outside: what real and made-up signals leave in the log and in the black box.
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <regex>
 
 #include "sysdiag/except/capture_fixture.h"
@@ -28,12 +25,12 @@ void expect_in_order(std::string_view text, const std::vector<std::string>& part
 }
 
 TEST_F(Capture, BeforeSetUpLeavesOneTraceLine) {
-    EXPECT_EQ(0, in_child([] {
-                  siginfo_t info = sent_by(::getpid(), SIGABRT);
-                  KOVA_SignalInfoRecordHandler(SIGABRT, &info, nullptr);
-                  KOVA_SignalInfoRecordHandler(SIGABRT, nullptr, nullptr);
-              }));
-    const std::string log = read_text(kLogPath);
+    expect_in_child([] {
+        siginfo_t info = sent_by(::getpid(), SIGABRT);
+        KOVA_SignalInfoRecordHandler(SIGABRT, &info, nullptr);
+        KOVA_SignalInfoRecordHandler(SIGABRT, nullptr, nullptr);
+    });
+    const std::string log = log_text();
     const std::regex line(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\[\[Native\]KOVA_SignalInfoRecordHandler\]\[KOVA\])"
                           R"(\[ERROR\] Proc\[(\d+):capture_test\] send Signal\[6:SIGABRT/SIGIOT\] to )"
                           R"(Proc\[\1:capture_test\]\.\n)");
@@ -67,7 +64,7 @@ TEST_F(Capture, AFaultLeavesTheWholeReportAndARecord) {
     const auto* const code = reinterpret_cast<const std::uint8_t*>(record.pcDumpStart);
     EXPECT_EQ(0, std::memcmp(code, record.pcDump, record.pcDumpLength));  // this program's own text
 
-    const std::string log = read_text(kLogPath);
+    const std::string log = log_text();
     expect_in_order(
         log, {"send Signal[11:SIGSEGV]", "\nException Time:", "Exception Info(ProcessName=capture_test,", "-", " r",
               "[stack]", "\n" + std::string(kHeading), "Exception Slot/CPU:", "Register Contents:\n",
@@ -79,13 +76,13 @@ TEST_F(Capture, AFaultLeavesTheWholeReportAndARecord) {
 }
 
 TEST_F(Capture, ANullContextDumpsNothing) {
-    EXPECT_EQ(0, in_child([] {
-                  KOVA_ExceptInit();
-                  siginfo_t info = sent_by(::getppid(), SIGQUIT);
-                  errno = 4711;
-                  KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
-                  ::_exit(errno == 4711 && g_kovaExceptionMutex == 0 ? 0 : 1);
-              }));
+    expect_in_child([] {
+        KOVA_ExceptInit();
+        siginfo_t info = sent_by(::getppid(), SIGQUIT);
+        errno = 4711;
+        KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
+        ::_exit(errno == 4711 && g_kovaExceptionMutex == 0 ? 0 : 1);
+    });
     const auto records = stored_records();
     ASSERT_EQ(1U, records.size());
     EXPECT_EQ(0U,
@@ -94,7 +91,7 @@ TEST_F(Capture, ANullContextDumpsNothing) {
     EXPECT_EQ(0, std::memcmp(&zero, &records[0].machineContext, sizeof zero));
     EXPECT_EQ(static_cast<std::uint32_t>(::getpid()), records[0].senderProcessId);
     EXPECT_STREQ("capture_test", records[0].senderProcessName);
-    EXPECT_EQ(0U, count_of(read_text(kLogPath), "===Dump"));
+    EXPECT_EQ(0U, count_of(log_text(), "===Dump"));
 }
 
 std::uint32_t g_abnormal_exit = 0;
@@ -112,18 +109,18 @@ TEST_F(Capture, TerminationLeavesACallStackOnlyWhenTheExitIsAbnormal) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        SetUp();
-        EXPECT_EQ(0, in_child([&c] {
-                      KOVA_ExceptInit();
-                      g_kovaIsProcessAbnormalExit = c.query;
-                      g_abnormal_exit = c.answer;
-                      siginfo_t info = sent_by(::getppid(), SIGTERM);
-                      ucontext_t context = make_context({.x = {}, .sp = 0, .pc = 0x1234});
-                      KOVA_RegExceptCallStackDumpHook(
-                          [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) { return 1U; });
-                      KOVA_SignalInfoRecordHandler(SIGTERM, &info, &context);
-                  }));
-        const std::string log = read_text(kLogPath);
+        remove_log_and_box();
+        expect_in_child([&c] {
+            KOVA_ExceptInit();
+            g_kovaIsProcessAbnormalExit = c.query;
+            g_abnormal_exit = c.answer;
+            siginfo_t info = sent_by(::getppid(), SIGTERM);
+            ucontext_t context = context_at(0x1234);
+            KOVA_RegExceptCallStackDumpHook(
+                [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) { return 1U; });
+            KOVA_SignalInfoRecordHandler(SIGTERM, &info, &context);
+        });
+        const std::string log = log_text();
         const std::string after_trace = log.substr(log.find('\n') + 1);
         EXPECT_EQ(c.stack ? "Show CallStack:\n#0  Instruction Address: 0x0000000000001234, Func:\n\n" : "",
                   after_trace);
@@ -132,20 +129,19 @@ TEST_F(Capture, TerminationLeavesACallStackOnlyWhenTheExitIsAbnormal) {
 }
 
 TEST_F(Capture, ASignalDuringACaptureLeavesItsTraceLine) {
-    EXPECT_EQ(0, in_child([] {
-                  KOVA_ExceptInit();
-                  KOVA_RegExceptCallStackDumpHook(
-                      [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t* depth) {
-                          siginfo_t second = sent_by(1, SIGHUP);
-                          KOVA_SignalInfoRecordHandler(SIGHUP, &second, nullptr);
-                          *depth = 0;
-                          return g_kovaExceptionMutex == 1 ? 0U : 1U;
-                      });
-                  siginfo_t first = sent_by(1, SIGQUIT);
-                  KOVA_SignalInfoRecordHandler(SIGQUIT, &first, nullptr);
-                  ::_exit(g_kovaExceptionMutex);
-              }));
-    const std::string log = read_text(kLogPath);
+    expect_in_child([] {
+        KOVA_ExceptInit();
+        KOVA_RegExceptCallStackDumpHook([](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t* depth) {
+            siginfo_t second = sent_by(1, SIGHUP);
+            KOVA_SignalInfoRecordHandler(SIGHUP, &second, nullptr);
+            *depth = 0;
+            return g_kovaExceptionMutex == 1 ? 0U : 1U;
+        });
+        siginfo_t first = sent_by(1, SIGQUIT);
+        KOVA_SignalInfoRecordHandler(SIGQUIT, &first, nullptr);
+        ::_exit(g_kovaExceptionMutex);
+    });
+    const std::string log = log_text();
     EXPECT_EQ(1U, count_of(log, "send Signal[1:SIGHUP]"));
     EXPECT_EQ(2U, count_of(log, kHeading));
     const auto records = stored_records();
@@ -185,111 +181,23 @@ TEST_F(Capture, AHookThatFailsFaultsOrLiesLeavesAUsableStack) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        SetUp();
-        EXPECT_EQ(0, in_child([&c] {
-                      KOVA_ExceptInit();
-                      // Enters the record handler again for a fault inside it.
-                      install_host();
-                      const PaintedStack stack(65536);
-                      KOVA_RegExceptCallStackDumpHook(c.hook);
-                      siginfo_t info = sent_by(1, SIGQUIT);
-                      ucontext_t context = make_context({.x = {}, .sp = 0, .pc = 0x1234});
-                      KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
-                  }));
+        remove_log_and_box();
+        expect_in_child([&c] {
+            KOVA_ExceptInit();
+            // Enters the record handler again for a fault inside it.
+            install_host();
+            const PaintedStack stack(65536);
+            KOVA_RegExceptCallStackDumpHook(c.hook);
+            siginfo_t info = sent_by(1, SIGQUIT);
+            ucontext_t context = context_at(0x1234);
+            KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
+        });
         const auto records = stored_records();
         ASSERT_EQ(1U, records.size());
         EXPECT_EQ(c.depth, records[0].callStackDepth);
         EXPECT_EQ(c.first, records[0].callStackAddress[0]);
         EXPECT_EQ(c.depth == 20 ? 9U : 0U, records[0].callStackAddress[5]);
     }
-}
-
-TEST_F(Capture, RegistersThatPointAtHostileMappingsAreLeftOutOrClipped) {
-    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    auto* const pages = static_cast<std::uint8_t*>(
-        ::mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    std::memset(pages, 0x5A, 3 * page);
-    ASSERT_EQ(0, ::mprotect(pages, page, PROT_NONE));
-    ASSERT_EQ(0, ::munmap(pages + 2 * page, page));
-    // A file mapping that is truncated behind its back: "r--" in the map, SIGBUS for who reads it.
-    const char* const path = "/opt/norvel/truncated";
-    const int file = ::open(path, O_RDWR | O_CREAT, 0600);
-    ASSERT_EQ(0, ::ftruncate(file, static_cast<off_t>(page)));
-    auto* const mapped = static_cast<std::uint8_t*>(::mmap(nullptr, page, PROT_READ, MAP_SHARED, file, 0));
-    ASSERT_EQ(0, ::ftruncate(file, 0));
-
-    const auto last = reinterpret_cast<std::uint64_t>(pages + 2 * page - 4);
-    Registers registers;
-    registers.x[0] = reinterpret_cast<std::uint64_t>(pages + 8);
-    registers.x[1] = last;
-    registers.x[2] = reinterpret_cast<std::uint64_t>(mapped + 8);
-    registers.x[3] = last + 4;  // the end of the mapping
-    registers.x[29] = last;
-    registers.sp = last;
-    registers.pc = reinterpret_cast<std::uint64_t>(mapped);
-    EXPECT_EQ(0, in_child([&registers] {
-                  KOVA_ExceptInit();
-                  install_host();
-                  const PaintedStack stack(65536);
-                  siginfo_t info = sent_by(1, SIGQUIT);
-                  ucontext_t context = make_context(registers);
-                  KOVA_SignalInfoRecordHandler(SIGQUIT, &info, &context);
-              }));
-    const std::string log = read_text(kLogPath);
-    EXPECT_EQ(0U, count_of(log, "Register X0["));
-    EXPECT_EQ(1U, count_of(log, "Register X1["));
-    EXPECT_EQ(0U, count_of(log, "Register X2["));
-    EXPECT_EQ(0U, count_of(log, "Register X3["));
-    EXPECT_EQ(1U, count_of(log, "Register SP["));
-    EXPECT_EQ(0U, count_of(log, "Register PC["));
-    EXPECT_EQ(1U, count_of(log, "Register FP["));
-    const auto records = stored_records();
-    ASSERT_EQ(1U, records.size());
-    EXPECT_EQ(last - 512, records[0].spDumpStart);
-    EXPECT_EQ(516U, records[0].spDumpLength);
-    EXPECT_EQ(260U, records[0].fpDumpLength);
-    EXPECT_EQ(0U, records[0].pcDumpStart);
-    ::munmap(pages, 2 * page);
-    ::munmap(mapped, page);
-    ::close(file);
-    ::unlink(path);
-}
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST_F(Capture, AVforkChildThatDiesInItsHandlerLeavesTheParentAbleToCapture) {
-    EXPECT_EQ(0, in_child([] {
-                  KOVA_ExceptInit();
-                  install_host();
-                  const PaintedStack stack(65536);
-                  KOVA_RegExceptCallStackDumpHook(
-                      [](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) -> std::uint32_t {
-                          if (g_abnormal_exit == 0) ::_exit(3);  // dies in mid-capture
-                          return 1;
-                      });
-                  const pid_t child = ::vfork();
-                  if (child == 0) write_to_null();
-                  int status = 0;
-                  if (::waitpid(child, &status, 0) != child || WEXITSTATUS(status) != 3) ::_exit(1);
-                  g_abnormal_exit = 1;
-                  siginfo_t info = sent_by(1, SIGQUIT);
-                  KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
-              }));
-    const auto records = stored_records();
-    ASSERT_EQ(1U, records.size());
-    EXPECT_EQ(SIGQUIT, records[0].signalNumber);
-}
-#endif
-
-TEST_F(Capture, ABoxThatCannotBeWrittenIsSaidInTheLog) {
-    ASSERT_EQ(0, ::mkdir(kBoxPath, 0700));
-    EXPECT_EQ(0, in_child([] {
-                  KOVA_ExceptInit();
-                  siginfo_t info = sent_by(1, SIGQUIT);
-                  KOVA_SignalInfoRecordHandler(SIGQUIT, &info, nullptr);
-              }));
-    ::rmdir(kBoxPath);
-    expect_in_order(read_text(kLogPath),
-                    {std::string(kHeading), "KOVA Box Write unsuccessful.(ret=22)\n", kHeading.data()});
 }
 
 }  // namespace

@@ -1,75 +1,33 @@
-// What the tests of the exception log and the memory map share: children, map files made by hand, mappings with edges.
+// What the tests of the exception log and the memory map share: map files made by hand, mappings with edges.
 #pragma once
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cinttypes>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <string>
 
 #include "base/result.h"
 #include "kova/memory_map.h"
+#include "support/crash_traces.h"
 
 namespace kova::test {
 
-inline constexpr char kLogPath[] = "/opt/norvel/var/log/kova_exception.log";
 inline constexpr char kFakeMapPath[] = "/run/kova/fake_map";
-inline constexpr unsigned kChildLimitSeconds = 60;
-
-inline void remove_log() {
-    ::unlink(kLogPath);
-}
-
-inline std::string log_text() {
-    std::ifstream file(kLogPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline pid_t start_child(const std::function<void()>& body) {
-    const pid_t pid = ::fork();
-    if (pid != 0) return pid;
-    ::alarm(kChildLimitSeconds);
-    body();
-    ::_exit(testing::Test::HasFailure() ? 1 : 0);
-}
-
-inline int end_of_child(pid_t pid) {
-    int status = -1;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
-    return status;
-}
-
-inline void expect_child_succeeds(const std::function<void()>& body) {
-    EXPECT_EQ(0, end_of_child(start_child(body)));
-}
 
 inline void write_fake_map(const std::string& text) {
-    std::ofstream(kFakeMapPath, std::ios::binary | std::ios::trunc) << text;
+    write_file(kFakeMapPath, text);
 }
 
-// Puts a file in the place of this process's map file. In a child only: the sanitizers need the real one at the end.
-inline void cover_map_file(const char* path) {
-    ASSERT_EQ(0, ::unshare(CLONE_NEWNS)) << std::strerror(errno);
-    ASSERT_EQ(0, ::mount(path, "/proc/self/maps", nullptr, MS_BIND, nullptr)) << std::strerror(errno);
-}
-
+// Puts a text in the place of this process's map file. In a child only: the sanitizers need the real one at the end.
 inline void fake_map_file(const std::string& text) {
     write_fake_map(text);
-    cover_map_file(kFakeMapPath);
+    ASSERT_EQ(0, ::unshare(CLONE_NEWNS)) << std::strerror(errno);
+    ASSERT_EQ(0, ::mount(kFakeMapPath, "/proc/self/maps", nullptr, MS_BIND, nullptr)) << std::strerror(errno);
 }
 
-inline std::string map_line(std::uint64_t start, std::uint64_t end, const std::string& permissions,
+inline std::string map_line(std::uint64_t start, std::uint64_t end, const std::string& permissions = "rw-p",
                             const std::string& name = "") {
     char head[96];
     std::snprintf(head, sizeof head, "%" PRIx64 "-%" PRIx64 " ", start, end);
