@@ -16,8 +16,8 @@ from concurrent.futures import ThreadPoolExecutor, as_completed
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.path.join(ROOT, "build", "dev")
 SOURCES, HEADERS = (".c", ".cpp"), (".h",)
-# Commits that land together are made within hours of each other, and a fresh clone does not tell what was there before.
-LANDING_S = 6 * 3600
+# Commits that land together are made within an hour, and a fresh clone does not tell what was there before.
+LANDING_S = 3600
 
 
 def lines_of(*command):

@@ -1,32 +1,29 @@
 // What the black box's tests share: verbs for its operations and for damage to its file.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
 
-#include "kova/black_box.h"
-#include "kova/memory.h"
-#include "kova_platform/process_globals.h"
+#include "support/crash_traces.h"
 #include "support/log_recorder.h"
 #include "sysdiag/except/box_model.h"
 
 namespace kova::test {
 
-inline constexpr char kBoxPath[] = "/opt/norvel/var/log/kova_exception_assert";
 inline constexpr std::uint32_t kMixed = 0xFFFFFFFF;  // of a record that is not the same word throughout
 
-// KOVA_NIGHTLY in the environment: every case, and rounds that take their time.
-inline bool nightly() {
-    return std::getenv("KOVA_NIGHTLY") != nullptr;
+// How much of a proof to run: usually a part of it, less where everything takes ten times as long (under sanitizers,
+// and on the emulated arm64 machine), all of it with KOVA_NIGHTLY in the environment.
+template <typename T>
+T by_effort([[maybe_unused]] T least, [[maybe_unused]] T usual, T all) {
+    if (std::getenv("KOVA_NIGHTLY") != nullptr) return all;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__aarch64__)
+    return least;
+#else
+    return usual;
+#endif
 }
 
 class BlackBox : public ::testing::Test {

@@ -75,11 +75,6 @@ class BoxLocks : public BlackBox {
         if (call == "write") ::sched_yield();
     }
 
-    static int wait_for(pid_t child) {
-        int status = -1;
-        EXPECT_EQ(child, ::waitpid(child, &status, 0));
-        return status;
-    }
     static void set_lock(int fd, short type) {
         struct flock lock {};
         lock.l_type = type;
@@ -96,7 +91,7 @@ TEST_F(BoxLocks, ThreadsAndProcessesTogetherLoseNothing) {
         children[process] = ::fork();
         if (children[process] == 0) ::_exit(work_in_threads(process * 3, 8) ? 0 : 1);
     }
-    for (const pid_t child : children) EXPECT_EQ(0, wait_for(child));
+    for (const pid_t child : children) EXPECT_EQ(0, end_of_child(child));
     Values all = read_newest(1, 0, 100).values, expected;
     std::ranges::sort(all);
     for (std::uint32_t value = 1; value <= 96; ++value) expected.push_back(value);
@@ -148,7 +143,7 @@ TEST_F(BoxLocks, AForkedChildOfTheHolderIsNotHeldUp) {
         });
         ASSERT_EQ(0u, append(0, 1));
     }
-    EXPECT_EQ(0, wait_for(child));
+    EXPECT_EQ(0, end_of_child(child));
     EXPECT_EQ((Values{2, 1}), read_newest(0, 0, 9).values);
 }
 
@@ -234,7 +229,7 @@ TEST_F(BoxLocks, AWronglyReportedDeadlockIsWaitedOut) {
     EXPECT_EQ(3, pauses);
     EXPECT_EQ(1, ::write(to_child[1], "e", 1));
     ::close(to_child[1]);
-    EXPECT_EQ(0, wait_for(child));
+    EXPECT_EQ(0, end_of_child(child));
     for (const int fd : {ours, to_child[0], to_parent[0], to_parent[1]}) ::close(fd);
     EXPECT_EQ((Values{2, 1}), read_newest(0, 0, 9).values);
 

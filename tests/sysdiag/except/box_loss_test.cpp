@@ -30,6 +30,23 @@ class BoxLoss : public BlackBox {
         ASSERT_EQ(kept, kept.empty() ? kept : found_in(answer.values, kept));
     }
 
+    // In the at-th call of the operation.
+    static void die(const Operation& operation, const State& state, const std::vector<Step>& steps, std::size_t at,
+                    Fate fate) {
+        put(state.image);
+        const int status = in_child([&] {
+            const Watch watch([&](std::string_view) { return calls().made.size() == at ? fate : Fate::kNormal; });
+            perform(operation);
+        });
+        ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << static_cast<int>(fate);
+        const std::size_t done = fate == Fate::kDieAfter ? at + 1 : at;
+        const Bytes left = Plan::image_after(state.image, steps, done, fate == Fate::kDieMidway);
+        ASSERT_EQ(left, file()) << static_cast<int>(fate);
+        // The next one finds the lock free, repairs what is damaged and goes on.
+        ASSERT_EQ(0u, append(operation.box, 0xBB));
+        ASSERT_EQ(Plan({Op::kAppend, operation.box, 0xBB}, left).image(), file());
+    }
+
   private:
     static Values found_in(const Values& values, const Values& kept) {
         const auto at = std::search(values.begin(), values.end(), kept.begin(), kept.end());
@@ -38,7 +55,7 @@ class BoxLoss : public BlackBox {
 };
 
 TEST_F(BoxLoss, AWriterKilledAtAnyCallLeavesWhatItsCallsMade) {
-    int points = 0;
+    int points = 0, turn = 0;
     for (const Op op : {Op::kAppend, Op::kRewrite, Op::kReset, Op::kCreate, Op::kRead}) {
         for (const State& state : states()) {
             for (const std::uint32_t box : {0u, 1u}) {
@@ -46,38 +63,20 @@ TEST_F(BoxLoss, AWriterKilledAtAnyCallLeavesWhatItsCallsMade) {
                 const std::vector<Step> steps = Plan(operation, state.image).steps();
                 for (std::size_t at = 0; at < steps.size(); ++at) {
                     if (at > 20 && at + 4 < steps.size()) continue;  // one record is read like another
-                    for (const Fate fate : {Fate::kDieBefore, Fate::kDieMidway, Fate::kDieAfter}) {
-                        const bool midway = fate == Fate::kDieMidway;
-                        if (midway && steps[at].call != "write") continue;
-                        // Before a call is after the one before it.
-                        if (fate == Fate::kDieBefore && at != 0 && !nightly()) continue;
-                        SCOPED_TRACE(::testing::Message() << "op " << static_cast<int>(op) << ", box " << box
-                                                          << " of a file " << state.name << ", call " << at << ", "
-                                                          << steps[at].call << ", fate " << static_cast<int>(fate));
-                        put(state.image);
-                        const pid_t child = ::fork();
-                        if (child == 0) {
-                            const Watch watch(
-                                [&](std::string_view) { return calls().made.size() == at ? fate : Fate::kNormal; });
-                            perform(operation);
-                            ::_exit(0);
-                        }
-                        int status = -1;
-                        ASSERT_EQ(child, ::waitpid(child, &status, 0));
-                        ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-                        ++points;
-                        const std::size_t done = fate == Fate::kDieAfter ? at + 1 : at;
-                        const Bytes left = Plan::image_after(state.image, steps, done, midway);
-                        ASSERT_EQ(left, file());
-                        // The next one finds the lock free, repairs what is damaged and goes on.
-                        ASSERT_EQ(0u, append(box, 0xBB));
-                        ASSERT_EQ(Plan({Op::kAppend, box, 0xBB}, left).image(), file());
-                    }
+                    SCOPED_TRACE(::testing::Message() << "op " << static_cast<int>(op) << ", box " << box
+                                                      << " of a file " << state.name << ", call " << at);
+                    // Before a call is after the one before it.
+                    if (at == 0 || by_effort(false, false, true)) die(operation, state, steps, at, Fate::kDieBefore);
+                    if (++turn % by_effort(3, 1, 1) != 0) continue;
+                    if (steps[at].call == "write") die(operation, state, steps, at, Fate::kDieMidway);
+                    die(operation, state, steps, at, Fate::kDieAfter);
+                    if (HasFatalFailure()) return;
+                    ++points;
                 }
             }
         }
     }
-    std::printf("killed at: %d points\n", points);
+    std::printf("killed at: %d calls\n", points);
 }
 
 // Every head lies within one sector, so neither a page nor a sector that was not written back tears it.
@@ -187,7 +186,7 @@ class BoxWriters : public BoxLoss {
 TEST_F(BoxWriters, KilledAtRandomLoseNothingReportedAsStored) {
     std::mt19937 random = seeded();
     ASSERT_EQ(0u, KOVA_CreateBox());
-    const std::uint32_t count = nightly() ? 2000u : 100u;
+    const auto count = by_effort(30u, 100u, 2000u);
     for (std::uint32_t round = 1; round <= count && !HasFatalFailure(); ++round) {
         SCOPED_TRACE(round);
         const Bytes before = file();
@@ -252,7 +251,7 @@ TEST_F(BoxLoss, PowerFailingCostsAtMostWhatWasNotWrittenBack) {
         if (c.operations[0].op == Op::kReset || !node_head_is_sound(before, box)) kept.clear();
         if (c.operations[0].op == Op::kAppend && kept.size() == kCapacity[box]) kept.resize(kept.size() - c.touched);
         const bool all = pieces.size() <= 8;
-        const auto subsets = all ? 1 << pieces.size() : (nightly() ? 5000 : 300);
+        const auto subsets = all ? 1 << pieces.size() : by_effort(60, 300, 5000);
         for (int subset = 0; subset < subsets; ++subset) {
             SCOPED_TRACE(::testing::Message() << c.name << ", subset " << subset);
             Bytes image = before;

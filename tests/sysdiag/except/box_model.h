@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -83,8 +84,9 @@ inline Bytes sound_node_head(std::uint32_t box, std::uint32_t next, std::uint32_
 
 // A record says the same word throughout: a mixture of two shows.
 inline Bytes record_of(std::uint32_t box, std::uint32_t value) {
+    const std::vector<std::uint32_t> words(kRecordBytes[box] / 4, value);
     Bytes bytes(kRecordBytes[box]);
-    for (std::size_t at = 0; at < bytes.size(); at += 4) put_word(bytes, at, value);
+    std::memcpy(bytes.data(), words.data(), bytes.size());
     return bytes;
 }
 
@@ -111,11 +113,11 @@ struct Write {
     std::size_t at;
     Bytes data;
 };
-inline void put_into(Bytes& image, const Write& write, std::size_t begin, std::size_t end) {
-    end = std::min(end, write.data.size());
-    if (begin >= end) return;
-    if (image.size() < write.at + end) image.resize(write.at + end);
-    for (std::size_t i = begin; i < end; ++i) image[write.at + i] = write.data[i];
+// The first `length` bytes of it.
+inline void put_into(Bytes& image, const Write& write, std::size_t length) {
+    if (length == 0) return;
+    if (image.size() < write.at + length) image.resize(write.at + length);
+    std::copy_n(write.data.begin(), length, image.begin() + static_cast<std::ptrdiff_t>(write.at));
 }
 
 enum class Op { kAppend, kRewrite, kReset, kCreate, kRead, kReadSlots };
@@ -138,7 +140,7 @@ struct Step {
 
 inline void put_into(Bytes& image, const Step& step) {
     if (step.call == "ftruncate") image.resize(kFileBytes);
-    put_into(image, step.write, 0, step.write.data.size());
+    put_into(image, step.write, step.write.data.size());
 }
 
 class Plan {
@@ -196,7 +198,7 @@ class Plan {
     [[nodiscard]] static Bytes image_after(Bytes image, const std::vector<Step>& steps, std::size_t count,
                                            bool halved) {
         for (std::size_t i = 0; i < count; ++i) put_into(image, steps[i]);
-        if (halved) put_into(image, steps[count].write, 0, steps[count].write.data.size() / 2);
+        if (halved) put_into(image, steps[count].write, steps[count].write.data.size() / 2);
         return image;
     }
 
