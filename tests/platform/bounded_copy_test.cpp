@@ -9,25 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
-
-// The last bytes before a page that cannot be touched.
-class GuardedEnd {
-  public:
-    GuardedEnd() {
-        base_ =
-            static_cast<char*>(::mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        ::mprotect(base_ + page_, page_, PROT_NONE);
-    }
-    ~GuardedEnd() { ::munmap(base_, 2 * page_); }
-    char* last(std::size_t bytes) { return base_ + page_ - bytes; }
-
-  private:
-    std::size_t page_ = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    char* base_ = nullptr;
-};
 
 // All texts and counts that are about as long as the buffer, each against what the rules say in one sentence: the text
 // fits with its end, or an empty text is left and an error told; nothing else of the buffer changes.
@@ -61,18 +44,21 @@ TEST(BoundedCopy, TextsFitOrLeaveAnEmptyTextAndNothingElse) {
 }
 
 TEST(BoundedCopy, SourceIsNotReadPastTheDestinationSize) {
-    GuardedEnd guard;
-    char* const unterminated = guard.last(8);
+    constexpr std::size_t kPage = 65536;  // or a multiple of it
+    auto* const pages =
+        static_cast<char*>(::mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_EQ(0, ::mprotect(pages + kPage, kPage, PROT_NONE));
+    char* const unterminated = pages + kPage - 8;
     std::memset(unterminated, 'x', 8);
     char buffer[16] = {};
     EXPECT_EQ(ERANGE, strcpy_s(buffer, 8, unterminated));
     EXPECT_EQ(0, strncpy_s(buffer, sizeof buffer, unterminated, 8));
     EXPECT_STREQ("xxxxxxxx", buffer);
-    std::strcpy(buffer, "12345678");
     EXPECT_EQ(ERANGE, strcat_s(buffer, sizeof buffer, unterminated));
     EXPECT_EQ(7, snprintf_truncated_s(buffer, 8, "%s", unterminated));
     EXPECT_EQ(-1, sprintf_s(buffer, 8, "%s", unterminated));
     EXPECT_EQ(8, snprintf_truncated_s(buffer, sizeof buffer, "%.8s", unterminated));
+    ::munmap(pages, 2 * kPage);
 }
 
 TEST(BoundedCopy, BlocksFitOrAreLeftAlone) {

@@ -24,26 +24,9 @@ constexpr const char* kFormats[] = {"%d",  "%u",   "%x",    "%o",   "%i",       
                                     "%hu", "%hhu", "%zu",   "%2d",  "%4x",      "%*s",        "%*d",  "%*c",
                                     ",%d", " ,%d", "-%llx", "%%%d", "cpu %llu", "MemTotal:%u"};
 // No "0x" without a digit behind: the two judge it differently.
-constexpr const char* kTexts[] = {" ",
-                                  "\t",
-                                  "\n",
-                                  "+",
-                                  "-",
-                                  ",",
-                                  "%",
-                                  "0x1",
-                                  "0",
-                                  "7",
-                                  "42",
-                                  "r",
-                                  "1f",
-                                  "cpu",
-                                  "MemTotal:",
-                                  "-1",
-                                  "4294967296",
-                                  "9223372036854775808",
-                                  "99999999999999999999",
-                                  "7f00-8000"};
+constexpr const char* kTexts[] = {" ",   "\t",        "\n",       "+", "-",  ",",  "%",          "0x1",
+                                  "0",   "7",         "42",       "r", "1f", "-1", "4294967296", "9223372036854775808",
+                                  "cpu", "MemTotal:", "7f00-8000"};
 
 TEST(BoundedScan, NumbersAreScannedAndStreamsLeftLikeByTheCLibrary) {
     const unsigned seed = std::random_device{}();

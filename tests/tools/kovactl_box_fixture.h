@@ -1,24 +1,18 @@
 // What the tests of kovactl box share: the tool as a user runs it, records, and files to be damaged byte by byte.
 #pragma once
 
-#include <sys/wait.h>
-
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "box_snapshot.h"
-#include "kova/black_box.h"
+#include "support/crash_traces.h"
 
 namespace kova::kovactl {
 
 namespace fs = std::filesystem;
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::string;
+using test::read_file;
+using test::write_file;
 
 inline constexpr char kCopy[] = "/opt/copy";
 
@@ -57,18 +51,6 @@ inline KovaExceptInfo make_record(int number) {
 
 inline void append(const KovaExceptInfo& record) {
     ASSERT_EQ(0u, KOVA_BoxWrite(0, &record, sizeof record, nullptr));
-}
-
-inline Bytes read_file(const char* path) {
-    Bytes bytes(fs::file_size(path));
-    std::ifstream(path, std::ios::binary)
-        .read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return bytes;
-}
-
-inline void write_file(const char* path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 template <typename T>

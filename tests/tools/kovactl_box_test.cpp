@@ -191,7 +191,7 @@ TEST_F(KovactlBox, NoFileHarmsIt) {
     const std::uint32_t interesting[] = {0, 1, 5, 19, 20, 21, 100, 0x7FFFFFFF, 0xFFFFFFFE, 0xFFFFFFFF};
     for (int round = 0; round < 200; ++round) {
         Bytes bytes = sound;
-        for (int i = 0; i < 200; ++i) bytes[68 + random() % (20 * 9968)] = static_cast<std::uint8_t>(random());
+        for (int i = 0; i < 200; ++i) bytes[68 + random() % (20 * 9968)] = static_cast<char>(random());
         for (const std::size_t offset : {std::size_t{36}, std::size_t{199428}}) {
             NodeHead* const node = at<NodeHead>(bytes, offset);
             if (offset != 36) *node = make_node_head(kBoxSpecs[1]);
@@ -201,7 +201,7 @@ TEST_F(KovactlBox, NoFileHarmsIt) {
             node->checkSum = head_checksum(*node);
         }
         if (random() % 4 == 0) bytes.resize(random() % bytes.size());
-        const BoxSnapshot snapshot("file", bytes);
+        const BoxSnapshot snapshot("file", {bytes.begin(), bytes.end()});
         const Verdict verdict = verify(snapshot);
         std::string text = verify_text(snapshot, verdict) + verify_json(snapshot, verdict).dump() +
                            salvage_text(snapshot) + salvage_json(snapshot).dump();

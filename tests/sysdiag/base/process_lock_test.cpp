@@ -1,8 +1,6 @@
 // The lock between the threads of one process, as those see it who must not wait for ever.
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <latch>
 #include <optional>
@@ -46,19 +44,6 @@ TEST(ProcessLock, AHandlerPassesAThreadThatDoesNotLetGoAndWaitsForItOnce) {
     // A report has a hundred pieces: none of them may wait again.
     for (int piece = 0; piece < 100; ++piece) const ScopedProcessLock lock(g_lock, log_wait_budget());
     EXPECT_LT(left_ms - 1000, log_wait_budget().left_ms);
-}
-
-TEST(ProcessLock, WhatAForkedChildInheritsIsNoHolder) {
-    const Holder holder;
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::alarm(30);
-        { const ScopedProcessLock lock(g_lock, log_wait_budget()); }
-        ::_exit(0);
-    }
-    int status = -1;
-    ASSERT_EQ(child, ::waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
 }
 
 TEST(ProcessLock, AThreadIsNotCancelledWhileItHoldsTheLock) {

@@ -93,7 +93,6 @@ TEST_F(BlackBox, RefusesWhatItCannotStore) {
     EXPECT_EQ(1u, KOVA_BoxRefresh(2, data.data(), 1904, 0));
     EXPECT_EQ(1u, KOVA_BoxRefresh(1, data.data(), 1905, 0));
     EXPECT_EQ(1u, KOVA_BoxRefresh(0, data.data(), 9968, 20));
-    EXPECT_EQ(1u, KOVA_BoxRefresh(1, data.data(), 1904, 0xFFFFFFFF));
     EXPECT_EQ(1u, KOVA_BoxReset(2));
     EXPECT_EQ(15u, read_newest(2, 0, 1).code);
     EXPECT_EQ(1u, read_slots(2, 0, 1).code);
@@ -122,26 +121,6 @@ TEST_F(BlackBox, AFlippedBitOfAHeadCostsAtMostTheRecordsOfThatBox) {
             // Of the file's head everything is put right but the reserved word.
             ASSERT_EQ(head.offset == 0 && bit / 8 != 32 && bit / 8 != 33, file() == sound);
         }
-    }
-}
-
-TEST_F(BlackBox, AShortFileReadsAsZerosAndIsMadeWholeByAnAppend) {
-    ASSERT_EQ(0u, append(0, 5));
-    ASSERT_EQ(0u, append(0, 6));
-    for (const std::size_t length : {std::size_t{0}, std::size_t{20}, std::size_t{50}, slot_at(0, 1), slot_at(0, 2)}) {
-        SCOPED_TRACE(length);
-        std::filesystem::resize_file(kBoxPath, length);
-        const bool heads_gone = length < 68;
-        const Answer answer = read_newest(0, 0, 9);
-        EXPECT_EQ(heads_gone ? 0u : 2u, answer.count);
-        if (length == slot_at(0, 1)) {
-            EXPECT_EQ((Values{0, 5}), answer.values);
-        }
-        ASSERT_EQ(0u, KOVA_BoxReset(0));
-        ASSERT_EQ(0u, append(0, 5));
-        ASSERT_EQ(0u, append(0, 6));
-        ASSERT_EQ(0u, KOVA_CreateBox());
-        EXPECT_TRUE(heads_are_sound(file()));
     }
 }
 

@@ -106,21 +106,5 @@ TEST(BoxFormat, NewestFirstRangeStaysWithinWhatIsStored) {
     EXPECT_EQ(0u, slot_order_range(node_head(0, 0, 0), 0, 9).count);
 }
 
-TEST(BoxFormat, AdvanceGoesRoundAndCountsUpToTheCapacity) {
-    const struct {
-        std::uint32_t capacity, next, stored, next_after, stored_after;
-    } cases[] = {
-        {20, 0, 0, 1, 1},    {20, 19, 19, 0, 20}, {20, 0, 20, 1, 20},
-        {20, 20, 20, 0, 20}, {0, 0, 0, 0, 0},     {5, kHuge, 5, 0, 5},
-    };
-    for (const auto& c : cases) {
-        NodeHead node = node_head(c.capacity, c.next, c.stored);
-        advance(node);
-        EXPECT_EQ(c.next_after, node.writeIndex);
-        EXPECT_EQ(c.stored_after, node.recordCount);
-        EXPECT_EQ(test::model_checksum(reinterpret_cast<const std::uint8_t*>(&node), 30), node.checkSum);
-    }
-}
-
 }  // namespace
 }  // namespace kova
