@@ -78,16 +78,16 @@ KovaAssertTableEntry* change_if_known_locked(const KovaAssertItem& item, const C
     KovaAssertTableEntry* const entry = std::find_if(std::begin(g_assertItem), std::end(g_assertItem),
                                                      [&](const auto& each) { return is_entry_of(each, item); });
     if (entry == std::end(g_assertItem)) return nullptr;
-    Origin& origin = g_origins[entry - g_assertItem];
+    Origin* const origin = &g_origins[entry - g_assertItem];
     const bool is_known = change_if_wanted(
         entry->slot, thread,
         [&](const KovaAssertItem& stored) {
-            return is_same_assert(item, stored) && is_own_item(*entry, origin, stored, thread);
+            return is_same_assert(item, stored) && is_own_item(*entry, *origin, stored, thread);
         },
         [&](KovaAssertItem& stored) { return change(stored, ++entry->occurrenceCount); });
     if (is_known) return entry;
     *entry = {};
-    origin = {};
+    *origin = {};
     return nullptr;
 }
 
