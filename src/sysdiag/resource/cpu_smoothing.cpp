@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include "base/landing_pad.h"
 #include "base/log_message.h"
 #include "base/result.h"
 #include "kova/process_cpu.h"
@@ -59,7 +60,8 @@ uint32_t KOVA_GetSysCpuUsageSmooth(uint32_t* usage) {
     return kOk;
 }
 
-uint32_t KOVA_GetCpuTimeSpanUsageSmooth(uint32_t span, uint32_t* usage) {
+KOVA_PATCHABLE uint32_t KOVA_GetCpuTimeSpanUsageSmooth(uint32_t span, uint32_t* usage) {
+    KOVA_LANDING_PAD();
     return KOVA_GetCpuTimeSpanUsageInner(span, usage, 1);
 }
 

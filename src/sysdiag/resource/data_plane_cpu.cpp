@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <algorithm>
 
+#include "base/landing_pad.h"
 #include "base/log_message.h"
 #include "base/result.h"
 #include "kova/resource_attach.h"
@@ -97,7 +98,8 @@ uint32_t KOVA_GetDataPlaneCpuUsageByCore(uint32_t core) {
     return load(usage[core]);
 }
 
-uint32_t KOVA_GetDataPlaneSampleCycle(void) {
+KOVA_PATCHABLE uint32_t KOVA_GetDataPlaneSampleCycle(void) {
+    KOVA_LANDING_PAD();
     if (!attached_before()) return 0;
     if (load(g_DataPlaneCpuUsageAgent) == nullptr) {
         KovaDLogWrite(KOVA_LOG_STARTUP(kIdRegion), "g_DataPlaneCpuUsageAgent is NULL");
@@ -111,7 +113,8 @@ uint32_t KOVA_GetDataPlaneSampleCycle(void) {
     return load(*cycle);
 }
 
-uint32_t KOVA_GetDataPlaneProcessCycle(void) {
+KOVA_PATCHABLE uint32_t KOVA_GetDataPlaneProcessCycle(void) {
+    KOVA_LANDING_PAD();
     if (!attached_before()) return 0;
     const uint32_t* const cycle = load(g_DataPlaneProcessCycleAgent);
     if (cycle == nullptr) {
@@ -167,6 +170,7 @@ uint32_t KOVA_GetDataPlaneCpuUsageBlance(uint32_t* usage) {
     return kOk;
 }
 
-void KOVA_GetCputick(uint64_t* tick) {
+KOVA_PATCHABLE void KOVA_GetCputick(uint64_t* tick) {
+    KOVA_LANDING_PAD();
     if (tick != nullptr) *tick = 0;
 }

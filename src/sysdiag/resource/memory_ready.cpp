@@ -1,6 +1,7 @@
 // Whether the region's memory figures may be used yet.
 #include <atomic>
 
+#include "base/landing_pad.h"
 #include "base/log_message.h"
 #include "base/result.h"
 #include "kova/calendar_time.h"
@@ -27,7 +28,8 @@ bool waits_for_reserved_memory() {
 }  // namespace
 }  // namespace kova
 
-uint32_t KovaIsMemReady(void) {
+KOVA_PATCHABLE uint32_t KovaIsMemReady(void) {
+    KOVA_LANDING_PAD();
     if (kova::g_memory_ready.load(std::memory_order_relaxed)) return 1;
     uint32_t uptime_seconds = 0;
     if (const kova::Code rc = KovaGetUpTime(&uptime_seconds); rc != kova::kOk) {

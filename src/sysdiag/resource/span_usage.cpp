@@ -1,4 +1,5 @@
 // CPU usage of the node over a span of time.
+#include "base/landing_pad.h"
 #include "base/log_message.h"
 #include "base/result.h"
 #include "kova/process_cpu.h"
@@ -19,7 +20,8 @@ using kova::kIdRegion;
 using kova::kOk;
 using kova::load;
 
-uint32_t KOVA_GetCpuTimeSpanUsage(uint32_t span, uint32_t* usage) {
+KOVA_PATCHABLE uint32_t KOVA_GetCpuTimeSpanUsage(uint32_t span, uint32_t* usage) {
+    KOVA_LANDING_PAD();
     return KOVA_GetCpuTimeSpanUsageInner(span, usage, 0);
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <span>
 
+#include "base/landing_pad.h"
 #include "base/log_message.h"
 #include "except/src/proc_agent/agent_block.h"
 #include "except/src/proc_agent/assert_table.h"
@@ -154,8 +155,9 @@ uint32_t KOVA_WriteAssertBox(const KovaAssertSourceRecord* source) {
     return rc;
 }
 
-uint32_t KOVA_WriteDeadloopBox(uintptr_t a0, uintptr_t a1, uintptr_t a2, uintptr_t a3, uintptr_t a4, uintptr_t a5,
-                               uintptr_t a6, uintptr_t a7) {
+KOVA_PATCHABLE uint32_t KOVA_WriteDeadloopBox(uintptr_t a0, uintptr_t a1, uintptr_t a2, uintptr_t a3, uintptr_t a4,
+                                              uintptr_t a5, uintptr_t a6, uintptr_t a7) {
+    KOVA_LANDING_PAD();
     // The monitor's answer is nothing that a caller here could act on.
     static_cast<void>(KovaRecordExternalThreadDeadLoopInfo(a0, a1, a2, a3, a4, a5, a6, a7));
     return kOk;
