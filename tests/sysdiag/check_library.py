@@ -34,12 +34,12 @@ def run(*command):
 
 
 def declared_names(headers):
-    return {name: header.name for header in sorted(headers.glob("*.h"))
+    return {name: header.name for header in headers
             for name in DECLARATION.findall(NOT_DECLARED.sub(" ", header.read_text()))}
 
 
 def check_exports(options):
-    declared = declared_names(options.headers)
+    declared = declared_names(options.header or sorted(options.headers.glob("*.h")))
     exported = {line.split()[-1] for line in run(options.nm, "-D", "--defined-only", options.library).splitlines()}
     for name in sorted(declared.keys() - exported):
         yield f"{name}: declared in {declared[name]}, not exported"
@@ -53,8 +53,9 @@ def check_dynamic(options):
     for name in sorted(needed - NEEDED_OF_OURS):
         if not NEEDED_OF_C_LIBRARY.fullmatch(name) and not SANITIZER.fullmatch(name):
             yield f"needs {name}"
-    if "libkova_platform.so" not in needed:
-        yield "does not need libkova_platform.so"
+    for name in options.needs:
+        if name not in needed:
+            yield f"does not need {name}"
     run_path = re.findall(r"\((?:RUNPATH|RPATH)\).*\[(.*)\]", text)
     if run_path != ["$ORIGIN"]:
         yield f"run path is {run_path}, not $ORIGIN alone"
@@ -149,6 +150,8 @@ def main():
     parser.add_argument("check", choices=checks)
     parser.add_argument("--library")
     parser.add_argument("--headers", type=Path, help="folder of the public headers")
+    parser.add_argument("--header", nargs="*", type=Path, help="headers instead of all of the folder")
+    parser.add_argument("--needs", nargs="*", default=[], help="libraries that must be among the needed ones")
     parser.add_argument("--include", nargs="*", default=[], help="more folders that the headers include from")
     parser.add_argument("--objects", nargs="*", default=[])
     parser.add_argument("--sources", nargs="*", type=Path, default=[], help="source files of the signal path")
