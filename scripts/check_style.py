@@ -2,7 +2,7 @@
 """Holds changed files against .clang-format and .clang-tidy.
 
 A changed header is checked through a source that includes it. Needs build/dev, built: its compile commands and its
-record of who includes what. Exit status: 0 clean, 1 something was found (it is printed), 2 it could not be checked.
+record of who includes what. Fuzzers and benchmarks are checked too where build/fuzz and build/bench are. Exit status: 0 clean, 1 something was found (it is printed), 2 it could not be checked.
 """
 
 import argparse
@@ -14,7 +14,7 @@ import time
 from concurrent.futures import ThreadPoolExecutor, as_completed
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-BUILD = os.path.join(ROOT, "build", "dev")
+BUILDS = [os.path.join(ROOT, "build", preset) for preset in ("dev", "fuzz", "bench")]  # the first one is a must
 SOURCES, HEADERS = (".c", ".cpp"), (".h",)
 # Commits that land together are made within an hour, and a fresh clone does not tell what was there before.
 LANDING_S = 3600
@@ -47,13 +47,22 @@ def files_to_check(arguments):
     return [name for name in names if os.path.exists(os.path.join(ROOT, name))]
 
 
-def includers():
+def commands(build):
+    """The sources that a build compiles, relative to the top folder; none where it is not there."""
+    path = os.path.join(build, "compile_commands.json")
+    if not os.path.exists(path):
+        return set()
+    with open(path, encoding="utf-8") as file:
+        return {os.path.relpath(os.path.join(entry["directory"], entry["file"]), ROOT) for entry in json.load(file)}
+
+
+def includers(build):
     """Header to the sources that include it, both relative to the top folder, as the last build saw it."""
     found = {}
     members = []
-    for line in lines_of("ninja", "-C", BUILD, "-t", "deps") + [""]:
+    for line in lines_of("ninja", "-C", build, "-t", "deps") + [""]:
         if line.startswith("    "):
-            path = os.path.normpath(os.path.join(BUILD, line.strip()))
+            path = os.path.normpath(os.path.join(build, line.strip()))
             if path.startswith(ROOT + os.sep):
                 members.append(os.path.relpath(path, ROOT))
         elif members:
@@ -64,19 +73,21 @@ def includers():
 
 
 def sources_to_analyse(names):
-    with open(os.path.join(BUILD, "compile_commands.json"), encoding="utf-8") as file:
-        known = {os.path.relpath(os.path.join(entry["directory"], entry["file"]), ROOT) for entry in json.load(file)}
-    chosen = {name for name in names if name in known}
-    by_header = includers()
-    for header in (name for name in names if name.endswith(HEADERS)):
-        sources = [source for source in by_header.get(header, []) if source in known]
-        if sources and not chosen.intersection(sources):
-            chosen.add(min(sources, key=len))
-    return sorted(chosen)
+    """Source to the build whose command compiles it."""
+    chosen = {}
+    for build in BUILDS:
+        known = commands(build)
+        chosen |= {name: build for name in names if name in known and name not in chosen}
+        by_header = includers(build) if known else {}
+        for header in (name for name in names if name.endswith(HEADERS)):
+            sources = [source for source in by_header.get(header, []) if source in known]
+            if sources and not set(sources).intersection(chosen):
+                chosen[min(sources, key=len)] = build
+    return sorted(chosen.items())
 
 
-def analyse(source):
-    run = subprocess.run(["clang-tidy", "-p", BUILD, "--quiet", source], cwd=ROOT, capture_output=True, text=True)
+def analyse(source, build):
+    run = subprocess.run(["clang-tidy", "-p", build, "--quiet", source], cwd=ROOT, capture_output=True, text=True)
     return source, run.returncode, run.stdout + (run.stderr if not run.stdout else "")
 
 
@@ -85,7 +96,7 @@ def main():
     parser.add_argument("--all", action="store_true", help="every file, not only changed ones")
     parser.add_argument("--since", metavar="REVISION", help="files changed since then (default: since main)")
     arguments = parser.parse_args()
-    if not os.path.exists(os.path.join(BUILD, "compile_commands.json")):
+    if not commands(BUILDS[0]):
         print("build/dev is not there: build it first with `cmake --preset dev && cmake --build build/dev`")
         return 2
 
@@ -99,7 +110,7 @@ def main():
     print(f"{len(names)} files for clang-format, {len(sources)} for clang-tidy", flush=True)
     reported_s = time.monotonic()
     with ThreadPoolExecutor(os.cpu_count()) as pool:
-        done = [pool.submit(analyse, source) for source in sources]
+        done = [pool.submit(analyse, source, build) for source, build in sources]
         for number, future in enumerate(as_completed(done), 1):
             source, status, output = future.result()
             if status:

@@ -13,10 +13,11 @@ Installs the Debian packages that are missing, then takes these steps (default: 
   style    clang-format and clang-tidy over the files changed since main (or --since REVISION); needs dev built
   asan     the same tests under AddressSanitizer and UndefinedBehaviorSanitizer
   tsan     the same tests under ThreadSanitizer
-  arm64    cross build; the tests on an arm64 kernel in an emulated machine
+  arm64    cross build; the tests on an arm64 kernel in an emulated machine, which runs beside the other steps
   release  the same tests without assertions
-  nightly  all of these, the tests that take minutes, style over every file, and the long versions of the tests that
-           have one (KOVA_NIGHTLY=1)
+  fuzz     every fuzzer for some seconds, a minute in all
+  nightly  all of these, the tests that take minutes, style over every file (the fuzzers as well), and the
+           long versions of the tests that have one (KOVA_NIGHTLY=1)
 
 A step that fails does not keep the others from running. The last line is "N passed, N failed", counted in single test
 cases; a step that could not be built or came to no result counts as one failed case. Outputs are in build/logs.
@@ -35,9 +36,9 @@ while (($#)); do
             (($# > 1)) || { echo "test.sh: --since needs a revision" >&2 && exit 2; }
             style_arguments=(--since "$2") && shift
             ;;
-        dev | style | asan | tsan | arm64 | release) steps+=("$1") ;;
+        dev | style | asan | tsan | arm64 | release | fuzz) steps+=("$1") ;;
         nightly)
-            steps=(dev style asan tsan release arm64) style_arguments=(--all) label_arguments=()
+            steps=(dev asan tsan release fuzz style arm64) style_arguments=(--all) label_arguments=()
             export KOVA_NIGHTLY=1
             ;;
         *) usage >&2 && echo "test.sh: unknown step '$1'" >&2 && exit 2 ;;
@@ -58,10 +59,11 @@ record() {
     say "${table[-1]}"
 }
 
+# Nice to the emulated machine, whose tests have time limits.
 build() {
     say "$1: building"
     run_logged "$logs/$1-configure.log" cmake --preset "$1" -DKOVA_TESTS=ON &&
-        run_logged "$logs/$1-build.log" cmake --build "build/$1"
+        run_logged "$logs/$1-build.log" nice cmake --build "build/$1"
 }
 
 # The whole output of a program is kept, since the single cases are counted in it.
@@ -91,7 +93,7 @@ test_preset() {
 check_style() {
     if [[ ! -f build/dev/compile_commands.json ]] && ! build dev; then
         record style 0 1 0
-    elif run_logged "$logs/style.log" python3 scripts/check_style.py "${style_arguments[@]}"; then
+    elif run_logged "$logs/style.log" nice python3 scripts/check_style.py "${style_arguments[@]}"; then
         say "style: $(head -n 1 "$logs/style.log"): clean"
         record style 1 0 0
     else
@@ -112,14 +114,34 @@ read_arm64_box() {
     fi
 }
 
-test_arm64() {
-    local status=0 passed failed skipped
+# In the background: most of the time it takes one processor and waits for it.
+begin_arm64() {
     rm -rf build/arm64-kernel/{counts,export}
-    scripts/arm64-kernel-tests.sh || status=$?
+    say "arm64: begins (output in build/logs/arm64.log)"
+    scripts/arm64-kernel-tests.sh </dev/null >"$logs/arm64.log" 2>&1 &
+    arm64_pid=$!
+    trap 'kill "$arm64_pid" 2>/dev/null || true' EXIT
+}
+
+end_arm64() {
+    local status=0 passed failed skipped
+    say "arm64: waiting for the machine"
+    wait "$arm64_pid" || status=$?
+    trap - EXIT
+    cat "$logs/arm64.log"
     read -r passed failed skipped < <(cat build/arm64-kernel/counts 2>/dev/null || echo 0 0 0)
     ((status == 0 || failed > 0)) || failed=1
     record arm64 "$passed" "$failed" "$skipped"
     read_arm64_box
+}
+
+fuzz() {
+    if run_logged "$logs/fuzz.log" nice scripts/fuzz.sh --seconds 20; then
+        sed -n 's/^.*\(fuzz_.*: nothing found\)/\1/p' "$logs/fuzz.log"
+        record fuzz 1 0 0
+    else
+        record fuzz 0 1 0
+    fi
 }
 
 packages=(g++ cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libfmt-dev libasio-dev python3)
@@ -127,15 +149,18 @@ for step in "${steps[@]}"; do
     case $step in
         style) packages+=(git clang-tidy clang-format) ;;
         arm64) packages+=("${arm64_packages[@]}") ;;
+        fuzz) packages+=(clang) ;;
     esac
 done
 need_visible_tree
 need_packages "${packages[@]}"
 
+[[ " ${steps[*]} " != *" arm64 "* ]] || begin_arm64
 for step in "${steps[@]}"; do
     case $step in
         style) check_style ;;
-        arm64) test_arm64 ;;
+        arm64) end_arm64 ;;
+        fuzz) fuzz ;;
         *) test_preset "$step" ;;
     esac
 done
