@@ -11,6 +11,14 @@
 #include "base/unique_file.h"
 #include "kova/process_info.h"
 
+namespace kova {
+namespace {
+
+constexpr std::size_t kReadBufferSize = 256;  // more than the first lines that are read hold
+
+}  // namespace
+}  // namespace kova
+
 using kova::Code;
 using kova::kMinusOne;
 using kova::kOk;
@@ -21,11 +29,14 @@ uint32_t KovaReadFile2Buf(const char* path, char* buffer, uint32_t length) {
         report_to_system_log("IllegalArgumentException");
         return kMinusOne;
     }
+    // The stream's buffer: it must outlive the stream. One of its own would be allocated, after a look at the file.
+    char read_buffer[kova::kReadBufferSize];
     const kova::UniqueFile file(std::fopen(path, "re"));
     if (!file.is_open()) {
         report_to_system_log("Open file unsuccessful.(path=%s)", path);
         return kMinusOne;
     }
+    static_cast<void>(std::setvbuf(file.get(), read_buffer, _IOFBF, sizeof read_buffer));
     Code result = kOk;
     const int limit = static_cast<int>(std::min<uint32_t>(length, INT_MAX));
     if (limit == 0 || std::fgets(buffer, limit, file.get()) == nullptr) {

@@ -10,6 +10,7 @@
 #include "base/log_message.h"
 #include "base/result.h"
 #include "base/shared_word.h"
+#include "except/src/proc_agent/platform_text.h"
 #include "kova/exception_capture.h"
 #include "kova/exception_report.h"
 #include "kova/memory.h"
@@ -121,10 +122,6 @@ KovaExceptInfo* make_record() {
     return static_cast<KovaExceptInfo*>(memory);
 }
 
-int copy_platform_text(char (&to)[KOVA_PLATFORM_TEXT_SIZE], const char (&from)[KOVA_PLATFORM_TEXT_SIZE]) {
-    return strncpy_s(to, sizeof to, from, ::strnlen(from, sizeof from));
-}
-
 void warm_up_backtrace() {
     void* frames[KOVA_CALL_STACK_MAX];
     // The first call loads the unwinder, which allocates: here, and not in the first capture.
@@ -217,8 +214,8 @@ uint32_t KOVA_GetVersionInit(void) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdGeneral), "Call YOT_GetPlatformInfo return unsuccessfully, ret=%d", rc);
         return kUnavailable;
     }
-    const int version = copy_platform_text(g_kovaPlatformVersion, info.version);
-    const int name = copy_platform_text(g_kovaPlatformName, info.name);
+    const int version = copy_platform_text(g_kovaPlatformVersion, sizeof g_kovaPlatformVersion, info.version);
+    const int name = copy_platform_text(g_kovaPlatformName, sizeof g_kovaPlatformName, info.name);
     if (version + name != 0) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdGeneral), "[KOVA_GetVersionInit] strncpy_s unsuccessfully, ret=%d",
                       version + name);
@@ -228,11 +225,8 @@ uint32_t KOVA_GetVersionInit(void) {
 }
 
 uint32_t KOVA_GetVersion(char* name, uint32_t nameSize, char* version, uint32_t versionSize) {
-    // Everybody may write the two globals: their terminators are not counted on.
-    const int name_rc =
-        strncpy_s(name, nameSize, g_kovaPlatformName, ::strnlen(g_kovaPlatformName, KOVA_PLATFORM_TEXT_SIZE));
-    const int version_rc = strncpy_s(version, versionSize, g_kovaPlatformVersion,
-                                     ::strnlen(g_kovaPlatformVersion, KOVA_PLATFORM_TEXT_SIZE));
+    const int name_rc = copy_platform_text(name, nameSize, g_kovaPlatformName);
+    const int version_rc = copy_platform_text(version, versionSize, g_kovaPlatformVersion);
     return static_cast<Code>(name_rc + version_rc);
 }
 

@@ -18,6 +18,7 @@
 #include "except/src/proc_agent/capture_claim.h"
 #include "except/src/proc_agent/capture_map.h"
 #include "except/src/proc_agent/exception_log_file.h"
+#include "except/src/proc_agent/platform_text.h"
 #include "except/src/proc_agent/recovery.h"
 #include "kova/calendar_time.h"
 #include "kova/exception_capture.h"
@@ -35,11 +36,6 @@ namespace {
 constexpr std::uint32_t kExceptionBox = 0;
 constexpr std::size_t kBoxErrorLineSize = 126;
 
-void copy_platform_text(char (&to)[KOVA_PLATFORM_TEXT_SIZE], const char (&from)[KOVA_PLATFORM_TEXT_SIZE]) {
-    // A text that does not fit, because somebody overwrote its terminator, stays empty.
-    static_cast<void>(strncpy_s(to, sizeof to, from, ::strnlen(from, sizeof from)));
-}
-
 // Marker and ids, which cost nothing: whatever step hangs or faults later, a record that is stored by then says what it
 // is and whose.
 void start_record(KovaExceptInfo* record, std::int32_t signal, const siginfo_t& info) {
@@ -52,8 +48,10 @@ void start_record(KovaExceptInfo* record, std::int32_t signal, const siginfo_t& 
     KOVA_GetCpuTick(&record->cpuTickHigh, &record->cpuTickLow);
     // Answers the seconds that it converted.
     static_cast<void>(KovaGetGMTTimeNoLocks(&record->time));
-    copy_platform_text(record->platformName, g_kovaPlatformName);
-    copy_platform_text(record->platformVersion, g_kovaPlatformVersion);
+    // One that does not fit stays empty.
+    static_cast<void>(copy_platform_text(record->platformName, sizeof record->platformName, g_kovaPlatformName));
+    static_cast<void>(
+        copy_platform_text(record->platformVersion, sizeof record->platformVersion, g_kovaPlatformVersion));
 }
 
 void store_record(const KovaExceptInfo& record) {
