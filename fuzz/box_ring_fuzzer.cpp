@@ -200,6 +200,8 @@ void reset(const Operation& operation, const Image& before) {
 using Run = void (*)(const Operation& operation, const Image& before);
 constexpr Run kRuns[] = {read_newest, read_in_slot_order, read_with_given_heads, append, rewrite, reset};
 
+}  // namespace
+
 void run(Input& input) {
     g_kovaAgentMemHandle = kPartition;
     std::vector<Operation> operations(1 + input.number<std::uint8_t>() % kMostOperations);
@@ -213,11 +215,4 @@ void run(Input& input) {
     for (const Operation& operation : operations) kRuns[operation.kind](operation, read_file());
 }
 
-}  // namespace
 }  // namespace kova::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    kova::fuzz::Input input({data, size});
-    kova::fuzz::run(input);
-    return 0;
-}

@@ -55,6 +55,8 @@ void expect_salvage_is_whole(const BoxSnapshot& snapshot, std::uint32_t box) {
     }
 }
 
+}  // namespace
+
 void run(Input& input) {
     const auto number = input.number<std::uint8_t>();
     const Image image = make_box_image(input);
@@ -65,11 +67,4 @@ void run(Input& input) {
     for (std::uint32_t box = 0; box < kBoxCount; ++box) expect_salvage_is_whole(snapshot, box);
 }
 
-}  // namespace
 }  // namespace kova::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    kova::fuzz::Input input({data, size});
-    kova::fuzz::run(input);
-    return 0;
-}

@@ -47,4 +47,7 @@ class Input {
     Bytes rest_;
 };
 
+// What each fuzzer does with an input.
+void run(Input& input);
+
 }  // namespace kova::fuzz

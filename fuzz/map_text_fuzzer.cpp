@@ -140,6 +140,8 @@ void search(const Question& question, const std::string& text) {
     }));
 }
 
+}  // namespace
+
 void run(Input& input) {
     const auto question = input.number<Question>();
     const std::string text(reinterpret_cast<const char*>(input.rest().data()), input.rest().size());
@@ -148,11 +150,4 @@ void run(Input& input) {
     search(question, text);
 }
 
-}  // namespace
 }  // namespace kova::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    kova::fuzz::Input input({data, size});
-    kova::fuzz::run(input);
-    return 0;
-}
