@@ -106,22 +106,19 @@ TEST_F(SubscribeTest, DaemonThatCannotBeAskedLeavesNoSubscriber) {
 }
 
 TEST_F(SubscribeTest, CycleAndMonitorStatusHaveDefaultsUntilTheDaemonPublishes) {
-    std::uint32_t cycle = 1;
-    EXPECT_EQ(1U, KOVA_GetMemUsageCycle(&cycle));
-    EXPECT_EQ(10000U, cycle);
-    EXPECT_EQ(0U, KOVA_GetResourceMonitorStatus(0));
-    expect_logged({});
     static KovaResourceRegion region;
+    const auto cycle_and_status = [](std::uint32_t rc) {
+        std::uint32_t cycle = 1;
+        EXPECT_EQ(rc, KOVA_GetMemUsageCycle(&cycle));
+        return std::pair{cycle, KOVA_GetResourceMonitorStatus(0)};
+    };
+    EXPECT_EQ((std::pair{10000U, 0U}), cycle_and_status(1)) << "not attached";
     g_KovaResourceInfoAgent = &region;
     g_KovaResourceInitAgentOK = 1;
-    EXPECT_EQ(0U, KOVA_GetMemUsageCycle(&(cycle = 1)));
-    EXPECT_EQ(10000U, cycle);
-    EXPECT_EQ(0U, KOVA_GetResourceMonitorStatus(0));
+    EXPECT_EQ((std::pair{10000U, 0U}), cycle_and_status(0)) << "nothing published";
     region.memUsageCycle = 1000;
     region.resourceMonitorStatus = 0x80;
-    EXPECT_EQ(0U, KOVA_GetMemUsageCycle(&cycle));
-    EXPECT_EQ(1000U, cycle);
-    EXPECT_EQ(1U, KOVA_GetResourceMonitorStatus(0));
+    EXPECT_EQ((std::pair{1000U, 1U}), cycle_and_status(0));
     EXPECT_EQ(0U, KOVA_GetResourceMonitorStatus(1));
     EXPECT_EQ(1U, KOVA_GetMemUsageCycle(nullptr));
     g_KovaResourceInitAgentOK = 0;
