@@ -67,7 +67,6 @@ void finish_request(std::uint64_t status, const void* response, void* client, co
 
 using kova::kFailed;
 using kova::kIdGeneral;
-using kova::kMinusOne;
 using kova::kOk;
 
 uint32_t KovaResourceNotify(uint32_t subType) {

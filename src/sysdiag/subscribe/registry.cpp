@@ -101,7 +101,11 @@ Subscriber* KOVA_Create_Subscriber(Publisher* publisher, const char* moduleName)
 void KOVA_Delete_Subscriber(Subscriber* subscriber) {
     if (subscriber == nullptr) return;
     if (subscriber->publisher != nullptr) unlink<&Subscriber::next>(subscriber->publisher->subscribers, subscriber);
-    while (subscriber->subscriptions != nullptr) KOVA_Delete_Subscription(subscriber->subscriptions);
+    // Taken out here, so that this ends even when a subscription names another subscriber as its own.
+    while (Subscription* const subscription = subscriber->subscriptions) {
+        KOVA_Unsubscribe_Subscriber(subscriber, subscription);
+        KOVA_Delete_Subscription(subscription);
+    }
     std::free(subscriber);
 }
 
@@ -160,7 +164,10 @@ Target* KOVA_Create_Target(Publisher* publisher, const SubscribeRequest* request
 void KOVA_Delete_Target(Target* target) {
     if (target == nullptr) return;
     if (target->publisher != nullptr) unlink<&Target::next>(target->publisher->targets, target);
-    while (target->subscriptions != nullptr) KOVA_Delete_Subscription(target->subscriptions);
+    while (Subscription* const subscription = target->subscriptions) {
+        KOVA_Unsubscribe_Target(target, subscription);
+        KOVA_Delete_Subscription(subscription);
+    }
     std::free(target);
 }
 
