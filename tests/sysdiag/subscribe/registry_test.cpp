@@ -1,5 +1,5 @@
 // The registry's records, and the notifications of one target.
-#include <algorithm>
+#include <map>
 #include <random>
 
 #include "registry_fixture.h"
@@ -42,98 +42,61 @@ TEST_F(RegistryTest, StateIsThatOfTheLastValueOutsideTheBand) {
     }
 }
 
-// What the registry should hold, newest first.
-struct Model {
-    struct Joined {
-        std::string module;
-        std::uint32_t type;
-        std::string target;
-        void* argument;
-    };
-    std::vector<std::string> subscribers, targets;
-    std::vector<Joined> joined;
+// {module, type} -> {overload threshold, hook argument}
+using Joins = std::map<std::pair<std::string, std::uint32_t>, std::pair<std::uint32_t, void*>>;
 
-    [[nodiscard]] std::string text() const {
-        std::string all;
-        for (const auto& [key, names] : {std::pair{&Joined::module, &subscribers}, {&Joined::target, &targets}}) {
-            for (const std::string& name : *names) {
-                all += "\n" + name + ":";
-                for (const Joined& j : joined) {
-                    if (j.*key == name) all += " " + j.module + ">" + j.target + "=" + number(j.argument);
-                }
-            }
+template <typename Owner>
+void add_joins(Joins* joins, const Owner* owner, Subscription* Subscription::*next) {
+    for (; owner != nullptr; owner = owner->next) {
+        for (const Subscription* s = owner->subscriptions; s != nullptr; s = s->*next) {
+            const bool is_new =
+                joins->insert({{s->subscriber->moduleName, s->subType}, {s->target->overload, s->hookArg}}).second;
+            EXPECT_TRUE(is_new) << "twice in a list";
         }
-        return all;
     }
-    static std::string number(void* argument) { return std::to_string(reinterpret_cast<std::uintptr_t>(argument)); }
-};
-
-std::string target_name(std::uint32_t type, std::uint32_t overload) {
-    return std::to_string(type) + "/" + std::to_string(overload);
-}
-
-std::string text(const Publisher* publisher) {
-    std::string all;
-    const auto add = [&all](const Subscription& s) {
-        all += std::string(" ") + s.subscriber->moduleName + ">" + target_name(s.subType, s.target->overload) + "=" +
-               Model::number(s.hookArg);
-    };
-    for (const Subscriber* s = publisher->subscribers; s != nullptr; s = s->next) {
-        all += "\n" + std::string(s->moduleName) + ":";
-        for (const Subscription* m = s->subscriptions; m != nullptr; m = m->nextInSubscriber) add(*m);
-    }
-    for (const Target* t = publisher->targets; t != nullptr; t = t->next) {
-        all += "\n" + target_name(t->subType, t->overload) + ":";
-        for (const Subscription* m = t->subscriptions; m != nullptr; m = m->nextInTarget) add(*m);
-    }
-    return all;
 }
 
 TEST_F(RegistryTest, ListsStayThoseOfAModelInAnyOrderOfCalls) {
     constexpr std::uint32_t kSeed = 815;
     SCOPED_TRACE(kSeed);
     g_engine.seed(kSeed);
-    Model model;
+    Joins model;
     for (std::uintptr_t step = 1; step <= 20'000; ++step) {
         const std::string name = "module" + std::to_string(below(6));
         SubscribeRequest wanted = request(name, 50 + below(4), 10, nullptr, reinterpret_cast<void*>(step));
-        wanted.subType = below(3);
-        const std::string key = target_name(wanted.subType, wanted.overload);
+        const std::uint32_t type = wanted.subType = below(3);
         Subscriber* const subscriber = KOVA_Publisher_GetSubsriber(publisher(), name.c_str());
-        Target* const target = KOVA_Publisher_GetTarget(publisher(), &wanted);
-        const auto is_same = [&](const Model::Joined& j) { return j.module == name && j.type == wanted.subType; };
         switch (below(8)) {
             case 0:
                 KOVA_Delete_Subscriber(subscriber);
-                std::erase(model.subscribers, name);
-                std::erase_if(model.joined, [&](const Model::Joined& j) { return j.module == name; });
+                std::erase_if(model, [&](const auto& j) { return j.first.first == name; });
+                EXPECT_EQ(nullptr, KOVA_Publisher_GetSubsriber(publisher(), name.c_str()));
                 break;
             case 1:
-                KOVA_Delete_Target(target);
-                std::erase(model.targets, key);
-                std::erase_if(model.joined, [&](const Model::Joined& j) { return j.target == key; });
+                KOVA_Delete_Target(KOVA_Publisher_GetTarget(publisher(), &wanted));
+                std::erase_if(
+                    model, [&](const auto& j) { return j.first.second == type && j.second.first == wanted.overload; });
+                EXPECT_EQ(nullptr, KOVA_Publisher_GetTarget(publisher(), &wanted));
                 break;
             case 2:
             case 3:
-                KOVA_Delete_Subscription(KOVA_GetSubscription(subscriber, wanted.subType));
-                std::erase_if(model.joined, is_same);
+                KOVA_Delete_Subscription(KOVA_GetSubscription(subscriber, type));
+                model.erase({name, type});
                 break;
-            default: {
-                if (subscriber == nullptr) model.subscribers.insert(model.subscribers.begin(), name);
-                if (target == nullptr) model.targets.insert(model.targets.begin(), key);
-                if (std::ranges::none_of(model.joined, is_same)) {
-                    model.joined.insert(model.joined.begin(), {name, wanted.subType, key, wanted.hookArg});
-                }
+            default:
                 Subscription* const joined = join(wanted);
-                ASSERT_NE(nullptr, joined);
+                model.insert({{name, type}, {wanted.overload, wanted.hookArg}});
                 // Once more, or in a list that it is not in: nothing changes.
                 KOVA_Subscriber_Subscribe(joined->subscriber, joined);
                 KOVA_Subscribe_Target(joined->target, joined);
                 Target elsewhere{};
                 KOVA_Unsubscribe_Target(&elsewhere, joined);
-            }
         }
-        ASSERT_EQ(model.text(), text(publisher())) << "step " << step;
+        Joins of_subscribers, of_targets;
+        add_joins(&of_subscribers, publisher()->subscribers, &Subscription::nextInSubscriber);
+        add_joins(&of_targets, publisher()->targets, &Subscription::nextInTarget);
+        ASSERT_EQ(model, of_subscribers) << "step " << step;
+        ASSERT_EQ(model, of_targets) << "step " << step;
     }
 }
 
