@@ -1,6 +1,10 @@
 // The host's set-up, and a capture that a second signal interrupts. How programs end under it is in the table of
 // tests/hostile.
+#include <filesystem>
+#include <iterator>
+
 #include "host/program_under_host.h"
+#include "support/test_daemon.h"
 
 namespace kova::test {
 namespace {
@@ -36,6 +40,35 @@ TEST_F(HostedProgram, HasItsLimitsRaisedAndIsLeftNothingOfItsThreads) {
     };
     EXPECT_EQ(10, WEXITSTATUS(run({"crash_helper", "setup"}, {.host = Host::kNone, .before_exec = lower_limits})));
     EXPECT_EQ(0, run({"crash_helper", "setup"}, {.before_exec = lower_limits}));
+}
+
+std::size_t thread_count(const Program& program) {
+    const std::filesystem::directory_iterator tasks("/proc/" + std::to_string(program.pid()) + "/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+TEST_F(HostedProgram, IsRegisteredWhenThatIsWantedAndThenOnly) {
+    TestDaemon daemon;
+    for (const bool is_wanted : {false, true}) {
+        const auto environment = [&] { ::setenv("KOVA_HOST_REGISTER", is_wanted ? "1" : "0", 1); };
+        const Program program({"crash_helper", "wait"}, {.before_exec = environment});
+        program.wait_until_ready();
+        EXPECT_EQ(is_wanted ? 3U : 1U, thread_count(program));
+        Peer peer;
+        wire::Message asked;
+        if (is_wanted) {
+            peer = daemon.accept();
+            EXPECT_EQ(program.pid(), peer.pid());
+            ASSERT_TRUE(peer.receive(&asked));
+            EXPECT_EQ("AgentRegInfo", asked.service);
+            EXPECT_EQ(0, std::memcmp("crash_helper", asked.payload.data(), sizeof "crash_helper"));
+        }
+        // It dies as ever, whatever threads there are.
+        ::kill(program.pid(), SIGFPE);
+        EXPECT_EQ(SIGFPE, WTERMSIG(program.wait_status()));
+        EXPECT_FALSE(is_wanted && peer.receive(&asked));
+    }
+    EXPECT_EQ(2U, stored_records().size());
 }
 
 }  // namespace
