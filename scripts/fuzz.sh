@@ -14,6 +14,7 @@ is in build/fuzz/corpus/TARGET.
   fuzz_box_tool   what kovactl makes of a black box file
   fuzz_box_ring   the agent's operations on a black box file
   fuzz_map_text   memory maps: lines, and the search in them
+  fuzz_wire       messages between the daemon and processes
 
 A finding is printed, and the input that leads to it is left in build/fuzz/found; to see it again:
   build/fuzz/bin/TARGET FILE        (fuzz_box_ring: build/fuzz/bin/private_node build/fuzz/bin/TARGET FILE)
@@ -22,7 +23,7 @@ Exit status: 0 nothing was found, 1 something was, or the build failed; 2 wrong 
 END
 }
 
-all_targets=(fuzz_box_tool fuzz_box_ring fuzz_map_text)
+all_targets=(fuzz_box_tool fuzz_box_ring fuzz_map_text fuzz_wire)
 seconds=60 targets=()
 while (($#)); do
     case $1 in
