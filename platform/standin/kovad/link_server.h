@@ -29,7 +29,7 @@ class LinkServer final : private LinkActions {
     LinkServer(asio::io_context& loop, std::optional<gid_t> group, RegionFeed& feed, Cycle& memory_cycle);
     LinkServer(const LinkServer&) = delete;
     LinkServer& operator=(const LinkServer&) = delete;
-    ~LinkServer();
+    ~LinkServer() override;
 
     void publish();
 
