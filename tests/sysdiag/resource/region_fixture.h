@@ -25,6 +25,8 @@ inline LoggedMessage base_error(std::string text) {
 }
 
 constexpr char kObject[] = "/dev/shm/kova_resource_info_sharemem";
+constexpr char kMemoryMarker[] = "/usr/local/etc/kova_mem.cfg";
+constexpr char kSmoothMarker[] = "/usr/local/etc/kova_cpu_smooth.cfg";
 
 // Makes the expectations of `run` in a child of its own: what a process has found ready once stays ready for it.
 template <typename Run>
@@ -43,9 +45,7 @@ class RegionTest : public testing::Test {
   protected:
     ~RegionTest() override {
         detach();
-        for (const char* path : {kObject, "/usr/local/etc/kova_mem.cfg", "/usr/local/etc/kova_cpu_smooth.cfg"}) {
-            ::unlink(path);
-        }
+        for (const char* path : {kObject, kMemoryMarker, kSmoothMarker}) ::unlink(path);
     }
 
     // An object like the daemon's, which the test writes through region().
