@@ -13,7 +13,7 @@ no root except to install missing Debian packages.
 
   --no-build        take build/arm64 as it is
   --limit SECONDS   how long the machine may run in all (default 2400)
-  --only TEST       run this one alone
+  --only TEST       run these alone; a regular expression, as in 'box_(fault|flip)_test'
 
 Everything stays under build/arm64-kernel: packages (a cache), console.log (what the machine printed), counts (cases
 passed, failed and skipped), and export/, the files that were left in the machine's folder /export: a black box with one
@@ -140,9 +140,9 @@ fetch_packages
 if ((build)); then
     say "arm64: building"
     run_logged "$work/configure.log" cmake --preset arm64
-    run_logged "$work/build.log" cmake --build build/arm64
+    run_logged "$work/build.log" nice cmake --build build/arm64
 fi
-ctest --test-dir build/arm64 --show-only=json-v1 ${only:+--tests-regex "^$only\$"} >"$work/tests.json"
+ctest --test-dir build/arm64 --show-only=json-v1 ${only:+--tests-regex "^($only)\$"} >"$work/tests.json"
 {
     printf 'build=%q\n' "$kova_root/build/arm64"
     python3 scripts/test_results.py guest-script "$work/tests.json"
@@ -168,5 +168,6 @@ elif ((failed)); then
     say "what the machine printed is in build/arm64-kernel/console.log"
     status=1
 fi
+tr -d '\r' <"$work/console.log" | sed -n 's/^alternate stack: /arm64: alternate stack of a capture: /p'
 say "arm64: $passed passed, $failed failed, $skipped skipped"
 exit "$status"

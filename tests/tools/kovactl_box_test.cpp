@@ -1,12 +1,10 @@
-// kovactl box: its exact output on files that the agent wrote, and that no file, however hostile, harms it.
+// kovactl box: its exact output on files that the agent wrote. That no file harms it is fuzzed.
 #include <sys/stat.h>
 
-#include <random>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
-#include "box_report.h"
 #include "kovactl_box_fixture.h"
 
 namespace kova::kovactl {
@@ -179,41 +177,6 @@ TEST_F(KovactlBox, TellsWhatItCannotRead) {
     fs::create_symlink(kCopy, kLiveBoxFile);
     EXPECT_EQ(2, kovactl("box").status) << "the live file is never a link";
     EXPECT_EQ(0, kovactl("box --file /opt/copy").status);
-}
-
-// Everything that is ever printed of a file, made from files that lie with right checksums.
-TEST_F(KovactlBox, NoFileHarmsIt) {
-    const std::uint32_t seed = std::random_device{}();
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    for (int i = 0; i < 25; ++i) append(make_record(i));
-    const Bytes sound = read_file(kLiveBoxFile);
-    const std::uint32_t interesting[] = {0, 1, 5, 19, 20, 21, 100, 0x7FFFFFFF, 0xFFFFFFFE, 0xFFFFFFFF};
-    for (int round = 0; round < 200; ++round) {
-        Bytes bytes = sound;
-        for (int i = 0; i < 200; ++i) bytes[68 + random() % (20 * 9968)] = static_cast<char>(random());
-        for (const std::size_t offset : {std::size_t{36}, std::size_t{199428}}) {
-            NodeHead* const node = at<NodeHead>(bytes, offset);
-            if (offset != 36) *node = make_node_head(kBoxSpecs[1]);
-            for (std::uint32_t* const field : {&node->recordMax, &node->writeIndex, &node->recordCount}) {
-                if (random() % 2 == 0) *field = interesting[random() % std::size(interesting)];
-            }
-            node->checkSum = head_checksum(*node);
-        }
-        if (random() % 4 == 0) bytes.resize(random() % bytes.size());
-        const BoxSnapshot snapshot("file", {bytes.begin(), bytes.end()});
-        const Verdict verdict = verify(snapshot);
-        std::string text = verify_text(snapshot, verdict) + verify_json(snapshot, verdict).dump() +
-                           salvage_text(snapshot) + salvage_json(snapshot).dump();
-        for (const std::uint32_t box : {0u, 1u}) {
-            text += list_text(snapshot, box) + list_json(snapshot, box).dump() + slot_report_text(snapshot, box, 0);
-            for (const StoredRecord& stored : snapshot.newest_first(box)) {
-                text += record_report_text(snapshot, box, stored) + record_report_json(snapshot, box, stored).dump();
-            }
-        }
-        for (const char c : text) ASSERT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F));
-        ASSERT_LE(snapshot.newest_first(1).size(), 100u);
-    }
 }
 
 }  // namespace

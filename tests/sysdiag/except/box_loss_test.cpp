@@ -38,6 +38,7 @@ class BoxLoss : public BlackBox {
             const Watch watch([&](std::string_view) { return calls().made.size() == at ? fate : Fate::kNormal; });
             perform(operation);
         });
+        ++points_;
         ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << static_cast<int>(fate);
         const std::size_t done = fate == Fate::kDieAfter ? at + 1 : at;
         const Bytes left = Plan::image_after(state.image, steps, done, fate == Fate::kDieMidway);
@@ -47,6 +48,8 @@ class BoxLoss : public BlackBox {
         ASSERT_EQ(Plan({Op::kAppend, operation.box, 0xBB}, left).image(), file());
     }
 
+    static inline int points_ = 0;
+
   private:
     static Values found_in(const Values& values, const Values& kept) {
         const auto at = std::search(values.begin(), values.end(), kept.begin(), kept.end());
@@ -55,7 +58,7 @@ class BoxLoss : public BlackBox {
 };
 
 TEST_F(BoxLoss, AWriterKilledAtAnyCallLeavesWhatItsCallsMade) {
-    int points = 0, turn = 0;
+    int turn = 0;
     for (const Op op : {Op::kAppend, Op::kRewrite, Op::kReset, Op::kCreate, Op::kRead}) {
         for (const State& state : states()) {
             for (const std::uint32_t box : {0u, 1u}) {
@@ -71,12 +74,11 @@ TEST_F(BoxLoss, AWriterKilledAtAnyCallLeavesWhatItsCallsMade) {
                     if (steps[at].call == "write") die(operation, state, steps, at, Fate::kDieMidway);
                     die(operation, state, steps, at, Fate::kDieAfter);
                     if (HasFatalFailure()) return;
-                    ++points;
                 }
             }
         }
     }
-    std::printf("killed at: %d calls\n", points);
+    std::printf("killed at: %d points\n", points_);
 }
 
 // Every head lies within one sector, so neither a page nor a sector that was not written back tears it.
@@ -87,7 +89,6 @@ static_assert(kNodeOffset[0] / 512 == (kNodeOffset[0] + 31) / 512 &&
 class BoxWriters : public BoxLoss {
   protected:
     static constexpr std::uint32_t kWriters = 6;
-    static constexpr std::uint32_t kLongestLifeUs = 2000;
 
     struct Shared {
         std::atomic<bool> go;
@@ -125,7 +126,8 @@ class BoxWriters : public BoxLoss {
         std::array<pid_t, kWriters> children{};
         std::memset(static_cast<void*>(&shared_), 0, sizeof shared_);
         for (std::uint32_t writer = 0; writer < kWriters; ++writer) {
-            const auto life_us = static_cast<long>(1 + random() % kLongestLifeUs);
+            // Long enough for some appends.
+            const auto life_us = static_cast<long>(1 + random() % by_effort(30000u, 2000u, 2000u));
             children[writer] = ::fork();
             if (children[writer] == 0) write_until_killed(round, writer, life_us);
         }

@@ -1,11 +1,10 @@
-// Parsing and searching map files, against models that work on whole texts.
+// Searching map files, against a model that works on whole texts. How lines are parsed is fuzzed against the C library.
 #include "except/src/proc_agent/map_search.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -56,7 +55,7 @@ int model_search(const std::vector<ModelLine>& lines, std::size_t text_size, std
 
 TEST(MapSearch, AnswersAsAModelDoesForEveryEdgeOfRandomMaps) {
     std::mt19937 random(20250301);
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < 30; ++round) {
         std::string text;
         std::vector<ModelLine> lines;
         std::uint64_t at = random() % 2 == 0 ? 0x10000 : 0x7f0000000000;
@@ -133,51 +132,6 @@ TEST(MapSearch, ACopyIsReadNoFurtherThanItsEnd) {
         EXPECT_EQ(-1, read_map_record(text, 30, record, line));
         EXPECT_EQ(-1, read_map_record(text, 4'000'000'000U, record, line));
     }
-}
-
-std::string random_line(std::mt19937& random) {
-    static constexpr char kBytes[] = "0123456789abcdefABCDEF--  \t\nxX+-rwp[/]g.";
-    std::string line = random() % 2 == 0 ? "7f001000-7f002000 r--p 0 0:0 1 /lib" : "";
-    if (line.empty()) {
-        for (std::size_t i = random() % 48; i > 0; --i) line += kBytes[random() % (sizeof kBytes - 1)];
-    }
-    for (std::size_t edits = random() % 4; edits > 0 && !line.empty(); --edits) {
-        const std::size_t at = random() % line.size();
-        if (random() % 2 == 0)
-            line[at] = kBytes[random() % (sizeof kBytes - 1)];
-        else
-            line.insert(at, 1 + random() % 18, kBytes[random() % (sizeof kBytes - 1)]);
-    }
-    return line;
-}
-
-TEST(MapLine, IsTakenAsTheScannerOfTheCLibraryWould) {
-    std::mt19937 random(20250302);
-    int parsed = 0;
-    for (int round = 0; round < 200'000; ++round) {
-        const std::string line = random_line(random);
-        unsigned long start = 0;
-        unsigned long end = 0;
-        char word[16] = "";
-        const bool expected = std::sscanf(line.c_str(), "%lx-%lx %15s", &start, &end, word) == 3;
-        AddressRange range;
-        char permissions[kPermissionsSize] = "";
-        ASSERT_EQ(expected, parse_map_line(line, &range, permissions)) << line;
-        if (expected) {
-            ++parsed;
-            ASSERT_EQ(start, range.start) << line;
-            ASSERT_EQ(end, range.end) << line;
-            ASSERT_STREQ(word, permissions) << line;
-        }
-        char name[64] = "";
-        const bool is_named = std::sscanf(line.c_str(), "%lx-%lx %*s %*s %*s %*s %63s", &start, &end, name) == 3;
-        std::string_view found;
-        ASSERT_EQ(is_named, parse_named_line(line, &range, &found)) << line;
-        if (is_named) {
-            ASSERT_EQ(name, found.substr(0, 63)) << line;
-        }
-    }
-    EXPECT_GT(parsed, 10'000);
 }
 
 }  // namespace
