@@ -8,8 +8,8 @@ usage() {
 Usage: scripts/demo.sh [--help] [--here]
 
 Installs the Debian packages that are missing, builds into build/demo, and lets installed, unmodified programs (python3,
-bash, sleep) crash under capture. Then it shows the report and the black box, lets a module's assert fail twice, and
-shows where the files are.
+bash, sleep) crash under capture. Then it shows the report and the black box, lets a module's assert fail twice, starts
+the daemon and a module that hears about overload and recovery, and shows where the files are.
 
   --here  use this machine's /opt/norvel/var/log, which must be writable, instead of a private node
 
@@ -79,6 +79,15 @@ catches() {
     mask=$(awk '/^SigCgt:/ { print $2 }' "/proc/$1/status" 2>/dev/null) && [[ $mask ]] && ((0x$mask >> ($2 - 1) & 1))
 }
 
+# wait_for FILE TEXT COMPLAINT: until the text stands in the file.
+wait_for() {
+    local tries=0
+    until grep -q "$2" "$1" 2>/dev/null; do
+        ((++tries < 3000)) || fail "$3"
+        sleep 0.01
+    done
+}
+
 # Somebody else kills the program.
 crash_by_kill() {
     local number=$1 pid status=0 tries=0
@@ -138,6 +147,34 @@ show_asserts() {
     "$bin/kovactl" asserts | grep -q '  2  *assert_twice\.c:' || fail "the assert should have been counted twice"
 }
 
+show_overload() {
+    chapter "The daemon: registered processes, overload and recovery"
+    local runtime=$build/runtime daemon module heard=$build/overload-heard
+    export KOVA_RUNTIME_DIR=$runtime
+    mkdir -p "$runtime"
+    rm -f "$build/kovad.log" "$heard"
+    show_command "kovad &"
+    "$bin/kovad" 2>"$build/kovad.log" &
+    daemon=$!
+    wait_for "$build/kovad.log" ready "kovad did not start"
+    say "a data-plane process that reports 30, 95 and 20 %, and wants to hear of 80 % and of 60 %"
+    show_command "overload_watch --feed 30,95,20 80 60 &"
+    "$build/examples/overload_watch" --feed 30,95,20 80 60 >"$heard" 2>&1 &
+    module=$!
+    wait_for "$heard" "overload: " "no overload was heard of"
+    show kovactl ps
+    show kovactl subscriptions
+    show kovactl region
+    wait "$module" || fail "overload_watch failed"
+    say "what it heard"
+    indent <"$heard"
+    grep -q recovered "$heard" || fail "no recovery was heard of"
+    kill "$daemon"
+    wait "$daemon" || fail "kovad did not stop cleanly"
+    say "what the daemon logged"
+    indent <"$build/kovad.log"
+}
+
 show_files() {
     chapter "Where the files are"
     ls -l "$report" "$box" | indent
@@ -156,6 +193,7 @@ tell_the_story() {
     show_report
     show_box
     show_asserts
+    show_overload
     show_files
 }
 
