@@ -136,7 +136,7 @@ end_arm64() {
 }
 
 fuzz() {
-    if run_logged "$logs/fuzz.log" nice scripts/fuzz.sh --seconds 20; then
+    if run_logged "$logs/fuzz.log" nice scripts/fuzz.sh --seconds 15; then
         sed -n 's/^.*\(fuzz_.*: nothing found\)/\1/p' "$logs/fuzz.log"
         record fuzz 1 0 0
     else
