@@ -15,6 +15,7 @@ is in build/fuzz/corpus/TARGET.
   fuzz_box_ring   the agent's operations on a black box file
   fuzz_map_text   memory maps: lines, and the search in them
   fuzz_wire       messages between the daemon and processes
+  fuzz_link_book  the daemon's books of processes, whatever they say
 
 A finding is printed, and the input that leads to it is left in build/fuzz/found; to see it again:
   build/fuzz/bin/TARGET FILE        (fuzz_box_ring: build/fuzz/bin/private_node build/fuzz/bin/TARGET FILE)
@@ -23,7 +24,7 @@ Exit status: 0 nothing was found, 1 something was, or the build failed; 2 wrong 
 END
 }
 
-all_targets=(fuzz_box_tool fuzz_box_ring fuzz_map_text fuzz_wire)
+all_targets=(fuzz_box_tool fuzz_box_ring fuzz_map_text fuzz_wire fuzz_link_book)
 seconds=60 targets=()
 while (($#)); do
     case $1 in
