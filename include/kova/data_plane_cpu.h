@@ -2,8 +2,8 @@
  * CPU accounting of data-plane threads, whose cores poll and look busy to the kernel all the time.
  *
  * Each thread reports a tick of its own to its entry of the shared region, each process may report its usage, and the
- * daemon publishes what it makes of them. Cores are 0 to 127, threads 128 at most, processes 8 at most. Entries are
- * never freed. Units that are not given are the daemon's.
+ * daemon publishes what it makes of them. Cores are 0 to 127, threads 128 at most, processes 8 at most. Nothing here
+ * frees an entry; the daemon does, some time after its process has ended. Units that are not given are the daemon's.
  *
  * When the process is not attached to the region, a call attaches it and fails, outputs untouched where nothing else is
  * said; what it reported is dropped. See resource_attach.h. Messages go out at level 1, tag "Startup" where nothing

@@ -26,7 +26,10 @@
 #define KOVA_PROCESS_CPU_USAGE_ENTRIES 8U /* data-plane processes of the node */
 #define KOVA_CPU_USAGE_SAMPLES 360U       /* in each history */
 
-/* Tick of one data-plane thread. Free while coreId, pid and tid are all 0; never freed once taken. */
+/*
+ * Tick of one data-plane thread. Free while coreId, pid and tid are all 0. Clients take entries and never free them;
+ * the daemon does, some time after the process has ended.
+ */
 typedef struct KovaThreadTick {
     uint32_t coreId; /* as the thread reported it */
     uint32_t pid;
@@ -41,7 +44,7 @@ KOVA_STATIC_ASSERT(offsetof(KovaThreadTick, tid) == 8, "region: KovaThreadTick")
 KOVA_STATIC_ASSERT(offsetof(KovaThreadTick, reserved) == 12, "region: KovaThreadTick");
 KOVA_STATIC_ASSERT(offsetof(KovaThreadTick, cpuTick) == 16, "region: KovaThreadTick");
 
-/* CPU usage of one data-plane process, as it reports it. Free while pid is 0; never freed once taken. */
+/* CPU usage of one data-plane process, as it reports it. Free while pid is 0; taken and freed like the former. */
 typedef struct KovaProcessCpuUsage {
     uint32_t pid;
     uint32_t usage; /* hundredths of a percent */
