@@ -1,4 +1,5 @@
 // The RPC framework against a daemon in the hands of the test.
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <chrono>
 #include <condition_variable>
@@ -322,8 +323,14 @@ TEST_F(Rpc, StartsAfreshInAForkedChild) {
     GTEST_SKIP() << "ThreadSanitizer ends a forked child that makes threads";
 #endif
     connect();
-    const pid_t child = fork_child(
-        [&] { return call(client_) == 0 && g_events.next() == "event 1" && g_events.next() == kGood ? 0 : 1; });
+    const pid_t child = fork_child([&] {
+        for (const int fd : {0, 1, 2}) ::close(fd);
+        if (call(client_) != 0 || g_events.next() != "event 1" || g_events.next() != kGood) return 1;
+        for (const int fd : {0, 1, 2}) {
+            if (::fcntl(fd, F_GETFD) != -1) return 2;
+        }
+        return 0;
+    });
     Peer of_child = daemon_.accept();
     EXPECT_EQ(child, of_child.pid());
     of_child.answer();

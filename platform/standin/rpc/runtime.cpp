@@ -38,13 +38,41 @@ class SignalsBlocked {
     sigset_t before_;
 };
 
+// Keeps the standard descriptors taken where the program has closed them: what is opened meanwhile lies above, and
+// nobody's error message gets into it.
+class StandardDescriptorsTaken {
+  public:
+    StandardDescriptorsTaken() {
+        for (int& taken : taken_) {
+            taken = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+            if (taken <= STDERR_FILENO) continue;
+            ::close(taken);
+            taken = -1;
+            return;
+        }
+    }
+    StandardDescriptorsTaken(const StandardDescriptorsTaken&) = delete;
+    StandardDescriptorsTaken& operator=(const StandardDescriptorsTaken&) = delete;
+    ~StandardDescriptorsTaken() {
+        for (const int taken : taken_) {
+            if (taken >= 0) ::close(taken);
+        }
+    }
+
+  private:
+    int taken_[3] = {-1, -1, -1};
+};
+
 }  // namespace
 
 Runtime::Runtime()
     : pid_(::getpid()),
       inherited_(g_runtime.load(std::memory_order_acquire)),
       events_work_(events.get_executor()),
-      services_work_(services.get_executor()) {}
+      services_work_(services.get_executor()) {
+    // Asio opens its descriptors for the first timer; later ones find them.
+    const asio::steady_timer first(events);
+}
 
 Runtime* Runtime::existing() noexcept {
     Runtime* const found = g_runtime.load(std::memory_order_acquire);
@@ -56,6 +84,7 @@ Runtime* Runtime::current() noexcept {
         Runtime* found = existing();
         while (found == nullptr) {
             close_in_forked_children();
+            const StandardDescriptorsTaken taken;
             auto made = std::make_unique<Runtime>();
             Runtime* before = made->inherited_;
             if (g_runtime.compare_exchange_strong(before, made.get(), std::memory_order_acq_rel)) {
