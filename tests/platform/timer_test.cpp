@@ -126,17 +126,4 @@ TEST_F(TimerService, IsDestroyedUnderTheLockThatItsHandlerTakes) {
     }
 }
 
-TEST_F(TimerService, TakesNoOtherAttributes) {
-    ZibTimerAttr* const attributes = ZIB_TimerCreateAttr();
-    const std::uint32_t word = 2;
-    EXPECT_EQ(KOVA_TIMER_INVALID, ZIB_TimerSetAttr(attributes, ZIB_TIMER_ATTR_HANDLER, &word, sizeof word));
-    EXPECT_EQ(KOVA_TIMER_INVALID, ZIB_TimerSetAttr(attributes, ZIB_TIMER_ATTR_MODE, &word, sizeof word));
-    EXPECT_EQ(KOVA_TIMER_INVALID, ZIB_TimerSetAttr(attributes, ZIB_TIMER_ATTR_PERIOD, &word, 3));
-    EXPECT_EQ(KOVA_TIMER_INVALID, ZIB_TimerSetAttr(attributes, 4, &word, sizeof word));
-    EXPECT_EQ(nullptr, ZIB_TimerCreate(KovaSchThreadCreate(2), attributes)) << "no handler";
-    ZIB_TimerDestroyAttr(attributes);
-    EXPECT_EQ(KOVA_TIMER_INVALID, ZIB_TimerStart(nullptr));
-    EXPECT_EQ(KOVA_TIMER_INVALID, ZIB_TimerStop(nullptr));
-}
-
 }  // namespace
