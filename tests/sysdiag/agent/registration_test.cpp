@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "kova_platform/process_globals.h"
 #include "platform_fakes.h"
 #include "support/log_recorder.h"
 
