@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -55,11 +56,12 @@ bool are_percent(std::span<std::uint8_t> samples) {
     return std::all_of(samples.begin(), samples.end(), [](std::uint8_t& sample) { return load(sample) <= 100; });
 }
 
-// Which is free only when all three are 0: nobody takes a half-cleared entry.
+// Which is free only when all three are 0: nobody takes a half-cleared entry. Newcomers take it by the thread id, which
+// is cleared last and with release: a zero of ours that came late would wipe out what they write.
 void release(KovaThreadTick& entry) {
     store<std::uint32_t>(entry.coreId, 0);
     store<std::uint32_t>(entry.pid, 0);
-    store<std::uint32_t>(entry.tid, 0);
+    std::atomic_ref(entry.tid).store(0, std::memory_order_release);
 }
 
 KovaThreadTick load_entry(KovaThreadTick& entry) {

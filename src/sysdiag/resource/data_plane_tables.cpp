@@ -16,10 +16,11 @@ bool is_free(const KovaThreadTick& entry) {
     return load(entry.tid) == 0 && load(entry.pid) == 0 && load(entry.coreId) == 0;
 }
 
-// Puts an id where 0 stands. True also when the very same id stands there by now.
+// Puts an id where 0 stands. True also when the very same id stands there by now. Acquire: what the daemon cleared
+// before the id is behind us, and cannot wipe out what we store next.
 bool take(std::uint32_t& id, std::uint32_t own) {
     std::uint32_t seen = 0;
-    return std::atomic_ref(id).compare_exchange_strong(seen, own, std::memory_order_relaxed) || seen == own;
+    return std::atomic_ref(id).compare_exchange_strong(seen, own, std::memory_order_acquire) || seen == own;
 }
 
 }  // namespace

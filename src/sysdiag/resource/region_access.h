@@ -2,8 +2,9 @@
 // the region.
 //
 // Relaxed and in the field's own width: plain loads and stores in the machine code, never torn and never read twice.
-// That is enough because no field vouches for another one; the two that do have an order of their own (the attached
-// flag, reservedMemSet). What comes out of the region is whatever any process of the node has put there.
+// That is enough because no field vouches for another one; the three that do have an order of their own (the attached
+// flag, reservedMemSet, the thread id by which an entry is taken). What comes out of the region is whatever any process
+// of the node has put there.
 #pragma once
 
 #include <concepts>
