@@ -57,6 +57,16 @@ TEST(RegionFeed, HostileContentsBecomeFiguresThatCanBeTrue) {
     }
 }
 
+TEST(RegionFeed, MemoryCountsAsReservedOnceItIsSaidToBe) {
+    const Region region = zeroed();
+    region->reservedMem = 1;  // any more may be more than is used
+    RegionFeed feed(*region, {});
+    const std::uint32_t total_kib = region->memInfoFirst;
+    region->reservedMemSet = 1;
+    feed.sample_memory();
+    EXPECT_EQ(total_kib - 1, region->memInfoFirst);
+}
+
 TEST(RegionFeed, SamplesGoToTheNextSlotOfBothHistories) {
     const Region region = zeroed();
     region->cpuSampleInterval = 1000;

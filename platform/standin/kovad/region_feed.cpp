@@ -64,6 +64,12 @@ void release(KovaThreadTick& entry) {
     std::atomic_ref(entry.tid).store(0, std::memory_order_release);
 }
 
+// Before the flag is set, whatever stands there was reserved by nobody. Acquire: the value is stored before it.
+std::uint32_t reserved_kib(KovaResourceRegion& region) {
+    const bool is_set = std::atomic_ref(region.reservedMemSet).load(std::memory_order_acquire) != 0;
+    return is_set ? load(region.reservedMem) : 0;
+}
+
 KovaThreadTick load_entry(KovaThreadTick& entry) {
     return {.coreId = load(entry.coreId),
             .pid = load(entry.pid),
@@ -121,7 +127,7 @@ void RegionFeed::sample_memory() {
     const auto sample = parse_meminfo(read_proc(kMeminfo));
     note_failure(kMeminfo, !sample, memory_failed_);
     if (!sample) return;
-    const MemoryFigures figures = memory_figures(*sample, load(region_.reservedMem));
+    const MemoryFigures figures = memory_figures(*sample, reserved_kib(region_));
     const bool was_overloaded = load(region_.memOverloadState) == 1;
     const bool overloaded = is_overloaded(was_overloaded, figures.usage_percent, memory_);
     if (overloaded != was_overloaded) {
