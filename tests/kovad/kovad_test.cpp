@@ -19,6 +19,7 @@ class Attached {
     explicit Attached(off_t length) {
         fd_ = ::shm_open(KOVA_RESOURCE_REGION_NAME, O_RDWR | O_CREAT, 0600);
         EXPECT_EQ(0, ::ftruncate(fd_, length));
+        static_cast<void>(!::fchown(fd_, static_cast<uid_t>(-1), 1));  // only where there is such a group
         region_ = static_cast<KovaResourceRegion*>(
             ::mmap(nullptr, KOVA_RESOURCE_REGION_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0));
     }
@@ -85,6 +86,7 @@ TEST_F(Kovad, TakesOverInPlaceWhateverIsThere) {
             ASSERT_TRUE(before.is_fed(2));
             EXPECT_EQ(std::max<off_t>(length, KOVA_RESOURCE_REGION_SIZE), before.status().st_size);
             EXPECT_EQ(0660U, before.status().st_mode & 07777);
+            EXPECT_EQ(::getegid(), before.status().st_gid);
             EXPECT_GE(before->memInfoFirst, before->memInfoSecond);
             EXPECT_EQ(90U, before->memThreshold);
         }

@@ -83,15 +83,15 @@ void RegionOwner::lock() {
     throw std::runtime_error(fmt::format("{}: is locked by process {}; kovad runs already", kPath, holder));
 }
 
-// Whoever made the object before must not stay its master.
+// Whoever made the object before must not stay its master, nor their group keep its access.
 void RegionOwner::set_owner(std::optional<gid_t> group) {
     const struct stat status = status_of(object_.get());
     const uid_t user = ::geteuid();
+    const gid_t wanted_group = group.value_or(::getegid());
     if (status.st_uid != user) {
         log(Level::kWarning, "{}: was user {}'s, and is taken over", kPath, status.st_uid);
     }
-    if ((status.st_uid != user || (group && status.st_gid != *group)) &&
-        ::fchown(object_.get(), user, group.value_or(status.st_gid)) != 0) {
+    if ((status.st_uid != user || status.st_gid != wanted_group) && ::fchown(object_.get(), user, wanted_group) != 0) {
         fail("cannot be given to the daemon's user and group");
     }
     if ((status_of(object_.get()).st_mode & 07777) != kMode && ::fchmod(object_.get(), kMode) != 0) {

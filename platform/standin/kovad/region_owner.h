@@ -14,7 +14,7 @@ namespace kova::kovad {
 
 class RegionOwner {
   public:
-    // Reading and writing for owner and group. Without a group it stays the daemon's own. Throws std::system_error and
+    // Reading and writing for owner and group. Without a group it is the daemon's own. Throws std::system_error and
     // std::runtime_error with what a user needs to know.
     explicit RegionOwner(std::optional<gid_t> group);
     RegionOwner(const RegionOwner&) = delete;
