@@ -29,7 +29,8 @@ KOVA_API uint32_t KOVA_CpuSmoothAlgo(uint32_t usage);
 /**
  * Scales a CPU figure by what the curve makes of the node's usage at this moment.
  *
- * Attaches to the shared region if need be, and then goes on. A missing region is reported at level 1, tag "Base".
+ * Where the file exists, attaches to the shared region if need be, and then goes on. A missing region is reported at
+ * level 1, tag "Base".
  *
  * @return The scaled value, rounded down; the value itself when the file does not exist, there is no region, or the
  *         node's usage is 0.

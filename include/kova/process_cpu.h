@@ -88,9 +88,9 @@ KOVA_API uint32_t KOVA_GetProcessCpuUsage(uint32_t pid);
  * attached, it is attached and this call fails; see resource_attach.h.
  *
  * @param span  Seconds, 1 to 360. Shorter than the interval between two samples: the newest sample alone.
- * @param usage Out: percent, rounded down. 0 when not attached or when there are too few samples; left alone when an
- *              argument is wrong.
- * @return 0; 1, with level 3 and tag "Info" when the daemon has not taken that many samples yet.
+ * @param usage Out: percent, rounded down. 0 on failure; left alone when an argument is wrong.
+ * @return 0; 1 a wrong argument, not attached, or no sample interval published yet; 1, reported at level 3 with tag
+ *         "Info", when the daemon has not taken that many samples yet.
  */
 KOVA_API uint32_t KOVA_GetCpuTimeSpanUsage(uint32_t span, uint32_t *usage);
 
