@@ -152,8 +152,10 @@ void LinkBook::change_cycle(Entry entry, const wire::Message& message) {
     const auto [cycle_ms, resource] = read<TwoWords>(message);
     const bool is_sane = resource == kDataPlaneCpu && cycle_ms >= kLeastMemoryCycleMs && cycle_ms <= kMostMemoryCycleMs;
     if (is_sane) actions_.set_memory_cycle(cycle_ms);
-    log(is_sane ? Level::kInfo : Level::kWarning, "process {} sets the memory cycle to {} ms{}", entry->second.pid,
-        cycle_ms, is_sane ? "" : ": refused");
+    // A change is told, not every request: nobody may fill the log by asking again and again.
+    if (is_sane && std::exchange(memory_cycle_ms_, cycle_ms) != cycle_ms) {
+        log(Level::kInfo, "process {} sets the memory cycle to {} ms", entry->second.pid, cycle_ms);
+    }
     const std::uint32_t result = is_sane ? kAccepted : kRefused;
     respond(entry->first, message.call_number, kSetCycle, bytes_of(result));
 }

@@ -94,6 +94,7 @@ class LinkBook {
     LinkRecords links_;
     std::vector<Asker> askers_;
     bool is_monitored_ = false;
+    std::uint32_t memory_cycle_ms_ = 0;  // as a process set it last
 };
 
 }  // namespace kova::kovad
