@@ -181,6 +181,11 @@ void LinkBook::list_processes(Entry entry, const wire::Message& message, Moment 
 void LinkBook::list_subscriptions(Entry entry, const wire::Message& message, Moment now) {
     const auto from = read<ListRequest>(message);
     if (from.pid != 0) return answer_subscriptions(entry->first, message.call_number, from);
+    // Who asks again while it waits has what is known by now: what is to be answered later must not pile up.
+    for (Asker& asker : askers_) {
+        if (asker.link == entry->first) asker.awaited.clear();
+    }
+    answer_askers(now);
     Asker asker{.link = entry->first,
                 .call_number = message.call_number,
                 .awaited = {},

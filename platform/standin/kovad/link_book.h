@@ -23,8 +23,8 @@ namespace kova::kovad {
 class LinkActions {
   public:
     virtual ~LinkActions() = default;
-    // Takes a copy. What cannot be sent at once is kept: the books never have more than two requests and the answer to
-    // the last request of the process under way, as long as nothing more is read from a link that has messages waiting.
+    // Takes a copy. What cannot be sent at once is kept: the books never have more than two requests and the answers to
+    // the last two of the process under way, as long as nothing more is read from a link that has messages waiting.
     virtual void send(LinkId link, std::span<const std::byte> message) = 0;
     // The books have forgotten the link already.
     virtual void close(LinkId link, std::uint32_t pid, std::string_view why) = 0;

@@ -179,8 +179,12 @@ void LinkServer::send_unsent(const LinkPointer& link) {
         const ssize_t sent =
             ::send(link->socket.native_handle(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         if (sent < 0 && (errno == EAGAIN || errno == EINTR)) return wait_for_room(link);
-        // Its end is met when it is read from, where the books may be told.
-        if (sent < 0) return link->unsent.clear();
+        if (sent < 0) {
+            // Whatever the reason (short memory too), a message is lost and the connection of no more use. Its end is
+            // met when it is read from, where the books may be told.
+            ::shutdown(link->socket.native_handle(), SHUT_RDWR);
+            return link->unsent.clear();
+        }
         link->unsent.pop_front();
     }
 }
