@@ -180,8 +180,9 @@ Connection::Sent Connection::send_locked(std::vector<std::byte> message) {
     }
     bool is_written = false;
     if (const Sent sent = write_locked(message, &is_written); sent != Sent::kYes || is_written) return sent;
-    unsent_.push_back(std::move(message));
+    // In this order: without memory for the one or the other, nothing is left that nobody would ever send.
     asio::post(runtime_->events, [self = shared_from_this()] { self->wait_writable(); });
+    unsent_.push_back(std::move(message));
     return Sent::kYes;
 }
 
