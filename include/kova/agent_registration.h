@@ -17,7 +17,7 @@
  * Where the retry timer cannot be armed the state stays, and the loss of a connection is what tries again.
  *
  * Codes: 0 success, 0xFFFFFFFF failure, unless a function names others. Each failure is logged at level 1, a request
- * that was sent at level 3.
+ * that was sent at level 3. A NULL record does nothing, fails where a function can, and is not logged.
  *
  * Threads: KovaAgentRegisterInit, KovaAgentRegInfoClientRspPro, KovaAgentConnLinkClientNotify and KovaAgentRegTimerProc
  * take the record's mutex, as KovaAgentStartRegister does; functions that are given the record expect their caller to

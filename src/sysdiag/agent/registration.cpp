@@ -137,6 +137,7 @@ uint32_t KovaAgentStartRegister(void) {
 }
 
 uint32_t KovaAgentSendRegister(KovaAgentRegCtrl* ctrl, uint32_t passThrough) {
+    if (ctrl == nullptr) return kMinusOne;
     KovaAgentRegInfo request;
     if (kova::fill_request(&request) != kOk) return kMinusOne;
     if (KovaAgentStartRegTimer(KOVA_REG_TIMER_RESPONSE, ctrl) != kOk) return kova::kNoTimer;
@@ -180,6 +181,7 @@ uint32_t KovaAgentCheckRegRspInfo(const char* name, uint32_t pid) {
                       own_pid, pid);
         return 0;
     }
+    if (name == nullptr) return 0;
     char own_name[128] = "";
     if (const Code rc = KovaGetProcName(kova::kSelf, own_name, sizeof own_name); rc != kOk) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdGeneral), "Kova Agent get proc namne unsuccessful in Check RegRspInfo.(ret=%u).",

@@ -73,6 +73,7 @@ using kova::kMinusOne;
 using kova::kOk;
 
 uint32_t KovaAgentStartRegTimer(uint32_t type, KovaAgentRegCtrl* ctrl) {
+    if (ctrl == nullptr) return kMinusOne;
     if (ctrl->timer != nullptr) {
         if (KovaAgentAdjustRegTimer(type, ctrl) == kOk) return kOk;
         KovaAgentDestroyRegTimer(ctrl);
@@ -91,7 +92,7 @@ uint32_t KovaAgentStartRegTimer(uint32_t type, KovaAgentRegCtrl* ctrl) {
 }
 
 uint32_t KovaAgentAdjustRegTimer(uint32_t type, KovaAgentRegCtrl* ctrl) {
-    if (ctrl->timer == nullptr) return kMinusOne;
+    if (ctrl == nullptr || ctrl->timer == nullptr) return kMinusOne;
     if (const Code rc = ZIB_TimerStop(ctrl->timer); rc != kOk) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdGeneral), "Kova agent stop timer unsuccessful, curTimertype = %d, ret = %u.",
                       as_int(ctrl->timerType), rc);
@@ -112,7 +113,7 @@ uint32_t KovaAgentAdjustRegTimer(uint32_t type, KovaAgentRegCtrl* ctrl) {
 }
 
 uint32_t KovaAgentStopRegTimer(KovaAgentRegCtrl* ctrl) {
-    if (ctrl->timer == nullptr) return kOk;
+    if (ctrl == nullptr || ctrl->timer == nullptr) return kOk;
     const Code rc = ZIB_TimerStop(ctrl->timer);
     if (rc != kOk) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdGeneral), "Kova agent stop timer unsuccessful, timerType = %d, ret = %u.",
@@ -122,13 +123,14 @@ uint32_t KovaAgentStopRegTimer(KovaAgentRegCtrl* ctrl) {
 }
 
 void KovaAgentDestroyRegTimer(KovaAgentRegCtrl* ctrl) {
-    if (ctrl->timer == nullptr) return;
-    ZIB_TimerDestroy(ctrl->timer);
+    if (ctrl == nullptr) return;
+    if (ctrl->timer != nullptr) ZIB_TimerDestroy(ctrl->timer);
     ctrl->timer = nullptr;
     ctrl->timerType = KOVA_REG_TIMER_NONE;
 }
 
 void KovaAgentAddSendRegisterRsq(KovaAgentRegCtrl* ctrl) {
+    if (ctrl == nullptr) return;
     if (KovaAgentStartRegTimer(KOVA_REG_TIMER_RETRY, ctrl) != kOk) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdGeneral), "Kova Agent start timer unsuccessful in RegisterTask. (state=%u).",
                       ctrl->RegState);
