@@ -61,18 +61,19 @@ bool is_in(const std::string& command, const std::string& text) {
 }
 
 // One test: a process registers once in its life.
-TEST(AgentAndDaemon, GoOnWhenTheDaemonIsKilledAndStartedAgain) {
+TEST(AgentAndDaemon, GoOnWhenTheDaemonComesLateOrIsKilledAndStartedAgain) {
     const auto pid = static_cast<uint32_t>(::getpid());
     static Module module;  // hooks may run as long as the process does
+    ASSERT_EQ(0U, KovaAgentRegisterInit(3)) << "the daemon comes later";
+    const SubscribeRequest request = module.request();
+    EXPECT_EQ(1U, KOVA_SubscribeResource(&request)) << "nobody can be asked";
     DaemonProcess killed(kFast);
     ASSERT_TRUE(killed.wait_for("ready"));
-    ASSERT_EQ(0U, KovaAgentRegisterInit(3));
     EXPECT_TRUE(comes_true([] { return is_in(KOVACTL " ps --json", "\"type\": 3"); }));
     KOVA_ResourceInfoInitAgent();
     ASSERT_EQ(1U, GetResourceInitAgentState());
 
     KOVA_UpdateDataPlaneProcessCpuUsage(pid, 9'050);
-    const SubscribeRequest request = module.request();
     ASSERT_EQ(0U, KOVA_SubscribeResource(&request));
     EXPECT_TRUE(module.hears(1, 90));
     KOVA_UpdateDataPlaneProcessCpuUsage(pid, 7'000);
