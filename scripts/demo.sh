@@ -158,20 +158,29 @@ show_overload() {
     daemon=$!
     wait_for "$build/kovad.log" ready "kovad did not start"
     say "a data-plane process that reports 30, 95 and 20 %, and wants to hear of 80 % and of 60 %"
-    show_command "overload_watch --feed 30,95,20 80 60 &"
-    "$build/examples/overload_watch" --feed 30,95,20 80 60 >"$heard" 2>&1 &
+    show_command "overload_watch --feed 30,95,95,95,20 80 60 &"
+    "$build/examples/overload_watch" --feed 30,95,95,95,20 80 60 >"$heard" 2>&1 &
     module=$!
     wait_for "$heard" "overload: " "no overload was heard of"
     show kovactl ps
     show kovactl subscriptions
     show kovactl region
+    say "the daemon is killed and started again; within 5 s the process is back by itself, and hears of its recovery"
+    show_command "kill -KILL $daemon; kovad &"
+    kill -KILL "$daemon"
+    wait "$daemon" 2>/dev/null || true
+    mv "$build/kovad.log" "$build/kovad-killed.log"
+    "$bin/kovad" 2>"$build/kovad.log" &
+    daemon=$!
+    wait_for "$build/kovad.log" subscribes "the process did not come back"
+    show kovactl ps
     wait "$module" || fail "overload_watch failed"
     say "what it heard"
     indent <"$heard"
     grep -q recovered "$heard" || fail "no recovery was heard of"
     kill "$daemon"
     wait "$daemon" || fail "kovad did not stop cleanly"
-    say "what the daemon logged"
+    say "what the second daemon logged"
     indent <"$build/kovad.log"
 }
 
