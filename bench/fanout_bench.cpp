@@ -56,6 +56,11 @@ std::uint32_t take(const SubscribeEvent* event, void* argument) {
     for (;;) ::pause();
 }
 
+struct Kept {
+    long descriptors = 0;
+    long kib = 0;  // in memory
+};
+
 // The daemon of this build and its subscribers, for as long as it lives.
 class Node {
   public:
@@ -99,19 +104,28 @@ class Node {
         return last->at_us.load() - first->at_us.load();
     }
 
-    [[nodiscard]] long daemon_descriptors() const {
-        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(daemon_) + "/fd");
-        return std::distance(entries, std::filesystem::directory_iterator());
-    }
-    [[nodiscard]] long daemon_kib() const {
-        std::ifstream status("/proc/" + std::to_string(daemon_) + "/status");
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("VmRSS:")) return std::atol(line.c_str() + 6);
+    [[nodiscard]] Kept kept_by_daemon() const { return kept_by(daemon_); }
+    [[nodiscard]] Kept kept_by_processes() const {
+        Kept sum;
+        for (const pid_t pid : processes_) {
+            const Kept kept = kept_by(pid);
+            sum.descriptors += kept.descriptors;
+            sum.kib += kept.kib;
         }
-        return 0;
+        return sum;
     }
 
   private:
+    static Kept kept_by(pid_t pid) {
+        const std::string folder = "/proc/" + std::to_string(pid);
+        Kept kept{.descriptors = std::distance(std::filesystem::directory_iterator(folder + "/fd"),
+                                               std::filesystem::directory_iterator())};
+        std::ifstream status(folder + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("VmRSS:")) kept.kib = std::atol(line.c_str() + 6);
+        }
+        return kept;
+    }
     template <typename Condition>
     static bool wait_until(Condition condition) {
         for (int waited_us = 0; waited_us < kPatienceUs; waited_us += kLookUs) {
@@ -134,8 +148,8 @@ void update_to_all(benchmark::State& state) {
     const Node node;
     // Until everybody is there; then the first lists and buffers have been made, too.
     for (std::uint32_t percent = 1; percent < 10; ++percent) static_cast<void>(node.publish(percent));
-    const long descriptors = node.daemon_descriptors();
-    const long kib = node.daemon_kib();
+    const Kept daemon_before = node.kept_by_daemon();
+    const Kept processes_before = node.kept_by_processes();
     std::vector<double> times_us;
     for ([[maybe_unused]] auto _ : state) {
         const double time_us = node.publish(static_cast<std::uint32_t>(10 + times_us.size() % 80));
@@ -146,12 +160,19 @@ void update_to_all(benchmark::State& state) {
         times_us.push_back(time_us);
         state.SetIterationTime(time_us / 1e6);
     }
+    const Kept daemon = node.kept_by_daemon();
+    const Kept processes = node.kept_by_processes();
+    if (daemon.descriptors != daemon_before.descriptors || processes.descriptors != processes_before.descriptors) {
+        state.SkipWithError("descriptors leaked");
+        return;
+    }
     char label[160];
     std::snprintf(label, sizeof label,
-                  "median %.1f ms, slowest %.1f ms, wanted 50; %zu updates, the daemon grew by %ld "
-                  "descriptors and %ld KiB",
+                  "median %.1f ms, slowest %.1f ms, wanted 50; %zu updates, no descriptor more, the daemon grew by %ld "
+                  "KiB, each process by %.1f",
                   median(times_us) / 1e3, *std::max_element(times_us.begin(), times_us.end()) / 1e3, times_us.size(),
-                  node.daemon_descriptors() - descriptors, node.daemon_kib() - kib);
+                  daemon.kib - daemon_before.kib,
+                  static_cast<double>(processes.kib - processes_before.kib) / double{kProcesses});
     state.SetLabel(label);
 }
 BENCHMARK(update_to_all)
