@@ -5,12 +5,13 @@
 #include <cstddef>
 
 #include "except/src/proc_agent/box_format.h"
+#include "kova/assert_record.h"
 #include "kova/exception_record.h"
 
 namespace kova::fuzz {
 namespace {
 
-constexpr std::uint32_t kMarkers[kBoxCount] = {KOVA_EXCEPT_MARKER, 0xAEAEAEAE};
+constexpr std::uint32_t kMarkers[kBoxCount] = {KOVA_EXCEPT_MARKER, KOVA_ASSERT_MARKER};
 constexpr std::size_t kTimeOffset = 8;  // in the records of both boxes
 constexpr std::size_t kBeyondTheEnd = 4096;
 

@@ -28,6 +28,8 @@ uint32_t KovaDLogWrite(uint32_t, uint32_t, const char*, const char* format, ...)
     return 0;
 }
 
+void KOVA_DiagLogInSlice(const char*, uint32_t, uint32_t) {}
+
 uintptr_t KOVA_SetDiagLogFun(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t) {
     return 0;
 }
