@@ -27,7 +27,7 @@
 KOVA_BEGIN_DECLS
 
 /**
- * Records that an assert was raised. The caller goes on: nothing is ended, and no failure is told.
+ * Records that an assert was raised. The caller goes on: nothing is ended, no failure is told, errno is kept.
  *
  * @param file    Path of the source, as __FILE__ gives it. What counts is the text behind the last backslash or else
  * the last slash; longer than 31 characters it is recorded as an empty name, and the log is told. NULL: the call does

@@ -1,6 +1,7 @@
 // Asserts of one thread: what is printed, stored, counted, forgotten.
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <ctime>
 #include <functional>
 
@@ -154,6 +155,14 @@ TEST_F(Asserts, WhatIsNotInItsSlotAnyMoreIsNew) {
     raise();
     EXPECT_EQ(2u, items()[1].occurrenceCount);
     EXPECT_EQ(0u, g_assertItem[0].line) << "cleared";
+}
+
+TEST_F(Asserts, LeaveErrnoToWhoAssertsAboutAFailedCall) {
+    std::filesystem::create_directory(kBoxPath);
+    errno = 77;
+    KOVA_Assert("a", 1, nullptr);
+    EXPECT_EQ(77, errno);
+    std::filesystem::remove(kBoxPath);
 }
 
 TEST_F(Asserts, PrintingMayRaiseAsserts) {

@@ -8,6 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "base/log_message.h"
@@ -49,6 +50,18 @@ class InProgress {
     const InProgress* const outer_;
 };
 thread_local constinit const InProgress* InProgress::innermost_ = nullptr;
+
+// Who asserts about a failed call wants to know its errno afterwards.
+class KeptErrno {
+  public:
+    KeptErrno() = default;
+    ~KeptErrno() { errno = saved_; }
+    KeptErrno(const KeptErrno&) = delete;
+    KeptErrno& operator=(const KeptErrno&) = delete;
+
+  private:
+    const int saved_ = errno;
+};
 
 // Windows paths come from modules that were built there.
 const char* base_name(const char* path) {
@@ -114,6 +127,7 @@ using namespace kova;
 
 void KOVA_Assert(const char* file, uint32_t line, const char* withLog) {
     if (file == nullptr) return;
+    const KeptErrno kept_errno;
     const AgentBlock<KovaAssertItem> item(kMemoryTag, __LINE__);
     if (!item.is_made()) return;
     struct tm now {};
