@@ -15,7 +15,6 @@
 
 #define KOVA_ASSERT(cond) KOVA_ASSERT_LOG(cond, NULL)
 
-#define KOVA_ASSERT_LOG(cond, text) \
-    (__builtin_expect(!(cond), 0) ? KOVA_Assert(__FILE__, (uint32_t)__LINE__, (text)) : (void)0)
+#define KOVA_ASSERT_LOG(cond, text) (__builtin_expect(!(cond), 0) ? KOVA_Assert(__FILE__, __LINE__, (text)) : (void)0)
 
 #endif /* KOVA_ASSERT_MACROS_H */

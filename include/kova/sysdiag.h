@@ -1,5 +1,6 @@
 /*
- * Everything that the native diagnosis agent exports.
+ * Everything that the native diagnosis agent exports, for C11 and C++20. Types of POSIX stand in it: strict C (-std=c11)
+ * needs _POSIX_C_SOURCE 200809L or _GNU_SOURCE.
  */
 #ifndef KOVA_SYSDIAG_H
 #define KOVA_SYSDIAG_H
