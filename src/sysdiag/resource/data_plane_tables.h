@@ -1,9 +1,9 @@
 // The two tables of the region that clients write: threads with their ticks, processes with their usage.
 //
-// Many threads of many processes write them at once, without a lock. Entries are taken in order and never freed, so a
-// free one stands behind all that were taken before; a newcomer walks from the first free entry on and takes one by a
-// compare-and-swap of its thread id or pid. Two that meet at an entry never mix their fields in it, which would be lost
-// for as long as the region lives: the second goes on to the next.
+// Many threads of many processes write them at once, without a lock. Who has no entry takes the first free one, by a
+// compare-and-swap of its thread id or pid. Two that meet at an entry do not mix their fields in it, which would be
+// nobody's then: the second goes on to the next. Nothing here frees an entry; the daemon does, of processes that have
+// ended, and of one that ended before it had written all its ids.
 //
 // Other processes may have put anything into the tables. The walks end with the table whatever it holds.
 #pragma once
