@@ -181,7 +181,14 @@ TEST(LandingPad, StandsAtTheStartOfEachPatchableFunction) {
                              "KOVA_BoxGetCpuType",
                              "KOVA_BoxGetOsVersion",
                              "KOVA_BoxGetBoxLen",
+                             "KOVA_WriteDeadloopBox",
                              "KOVA_DumpMemParamSet",
+                             "KovaIsMemReady",
+                             "KOVA_GetCpuTimeSpanUsage",
+                             "KOVA_GetCpuTimeSpanUsageSmooth",
+                             "KOVA_GetCputick",
+                             "KOVA_GetDataPlaneSampleCycle",
+                             "KOVA_GetDataPlaneProcessCycle",
                              "KOVA_DiagLogHookReg"}) {
         const void* const address = ::dlsym(library, name);
         ASSERT_NE(nullptr, address) << name;
