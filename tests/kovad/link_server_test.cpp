@@ -148,7 +148,7 @@ TEST(LinkServer, StoppedAndLyingProcessesHarmNobodyElse) {
         peer.enroll("deaf");
         for (int i = 0; i < 100'000; ++i) peer.request("KovaRestCycleTime", words(1000, 0));
     });
-    EXPECT_TRUE(daemon.wait_for("deaf ["));
+    ASSERT_TRUE(daemon.wait_for("deaf [" + std::to_string(deaf) + "] registers"));
     Peer peer;
     peer.enroll("good");
     EXPECT_TRUE(peer.hears(50));

@@ -122,7 +122,7 @@ TEST_F(TimerService, IsDestroyedUnderTheLockThatItsHandlerTakes) {
             ZIB_TimerDestroy(std::exchange(timer_, nullptr));
         }
         let_event_thread_run();
-        EXPECT_EQ(round % 2, 1 - started);
+        EXPECT_GE(1, started) << "one that has begun goes on, no further one begins";
     }
 }
 
