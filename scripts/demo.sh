@@ -88,6 +88,12 @@ wait_for() {
     done
 }
 
+# Whatever goes wrong from here on, these processes are not left running.
+end_with_demo() {
+    # shellcheck disable=SC2064 # now, not when it goes wrong
+    trap "kill $* 2>/dev/null || true" EXIT
+}
+
 # Somebody else kills the program.
 crash_by_kill() {
     local number=$1 pid status=0 tries=0
@@ -156,11 +162,13 @@ show_overload() {
     show_command "kovad &"
     "$bin/kovad" 2>"$build/kovad.log" &
     daemon=$!
+    end_with_demo $daemon
     wait_for "$build/kovad.log" ready "kovad did not start"
     say "a data-plane process that reports 30, 95 and 20 %, and wants to hear of 80 % and of 60 %"
     show_command "overload_watch --feed 30,95,95,95,20 80 60 &"
     "$build/examples/overload_watch" --feed 30,95,95,95,20 80 60 >"$heard" 2>&1 &
     module=$!
+    end_with_demo $daemon $module
     wait_for "$heard" "overload: " "no overload was heard of"
     show kovactl ps
     show kovactl subscriptions
@@ -172,6 +180,7 @@ show_overload() {
     mv "$build/kovad.log" "$build/kovad-killed.log"
     "$bin/kovad" 2>"$build/kovad.log" &
     daemon=$!
+    end_with_demo $daemon $module
     wait_for "$build/kovad.log" subscribes "the process did not come back"
     show kovactl ps
     wait "$module" || fail "overload_watch failed"
@@ -180,6 +189,7 @@ show_overload() {
     grep -q recovered "$heard" || fail "no recovery was heard of"
     kill "$daemon"
     wait "$daemon" || fail "kovad did not stop cleanly"
+    trap - EXIT
     say "what the second daemon logged"
     indent <"$build/kovad.log"
 }
