@@ -35,6 +35,8 @@ while (($#)); do
     shift
 done
 
+[[ $limit =~ ^[1-9][0-9]*$ ]] || fail "--limit needs a number of seconds above 0, not '$limit'"
+
 cd "$kova_root"
 work=$kova_root/build/arm64-kernel
 tree=$work/tree
@@ -147,6 +149,7 @@ ctest --test-dir build/arm64 --show-only=json-v1 ${only:+--tests-regex "^($only)
     printf 'build=%q\n' "$kova_root/build/arm64"
     python3 scripts/test_results.py guest-script "$work/tests.json"
 } >"$work/tests.sh"
+grep -q '^run_test' "$work/tests.sh" || fail "there is no test ${only:-at all} that runs on the machine"
 make_initramfs
 
 say "arm64: running on the emulated machine"

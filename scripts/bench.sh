@@ -22,7 +22,10 @@ filter=.
 while (($#)); do
     case $1 in
         --help | -h) usage && exit 0 ;;
-        --filter) filter=${2:?--filter needs a regular expression} && shift ;;
+        --filter)
+            (($# > 1)) || { echo "bench.sh: --filter needs a regular expression" >&2 && exit 2; }
+            filter=$2 && shift
+            ;;
         *) usage >&2 && echo "bench.sh: unknown argument '$1'" >&2 && exit 2 ;;
     esac
     shift

@@ -2,7 +2,10 @@
 """Holds changed files against .clang-format and .clang-tidy.
 
 A changed header is checked through a source that includes it. Needs build/dev, built: its compile commands and its
-record of who includes what. Fuzzers and benchmarks are checked too where build/fuzz and build/bench are. Exit status: 0 clean, 1 something was found (it is printed), 2 it could not be checked.
+record of who includes what. Fuzzers and benchmarks are checked too where build/fuzz and build/bench are; what no build
+there compiles is held against .clang-format alone.
+
+Exit status: 0 clean, 1 something was found (it is printed), 2 it could not be checked.
 """
 
 import argparse
@@ -92,7 +95,7 @@ def analyse(source, build):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--all", action="store_true", help="every file, not only changed ones")
     parser.add_argument("--since", metavar="REVISION", help="files changed since then (default: since main)")
     arguments = parser.parse_args()
@@ -123,4 +126,9 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    except (OSError, subprocess.CalledProcessError) as error:
+        # A tool that is missing, a revision that there is not, a folder without git.
+        print(f"it could not be checked: {error}", getattr(error, "stderr", None) or "", sep="\n")
+        sys.exit(2)

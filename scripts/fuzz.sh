@@ -29,7 +29,10 @@ seconds=60 targets=()
 while (($#)); do
     case $1 in
         --help | -h) usage && exit 0 ;;
-        --seconds) seconds=${2:?--seconds needs a number} && shift ;;
+        --seconds)
+            (($# > 1)) || { echo "fuzz.sh: --seconds needs a number" >&2 && exit 2; }
+            seconds=$2 && shift
+            ;;
         *)
             [[ " ${all_targets[*]} " == *" $1 "* ]] || { usage >&2 && echo "fuzz.sh: unknown target '$1'" >&2 && exit 2; }
             targets+=("$1")
