@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "base/log_message.h"
+#include "base/no_cancellation.h"
 #include "base/result.h"
 #include "kova/agent_registration.h"
 #include "kova/process_info.h"
@@ -43,6 +44,7 @@ class RecordLock {
     [[nodiscard]] int result() const { return result_; }
 
   private:
+    NoCancellation no_cancellation_;  // sending is full of cancellation points
     int result_;
 };
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "base/no_cancellation.h"
 #include "base/shared_word.h"
 #include "kova/subscription_registry.h"
 #include "kova_platform/process_globals.h"
@@ -28,6 +29,7 @@ class RegistryLock {
     [[nodiscard]] std::int32_t error() const { return error_; }
 
   private:
+    NoCancellation no_cancellation_;  // asking the daemon and a module's hook are full of cancellation points
     std::int32_t error_;
 };
 

@@ -169,5 +169,24 @@ TEST_F(ServicesTest, UpdateReachesItsTypeAlone) {
                    "[KovaUpdateResourceInfo] mem is not enough."});
 }
 
+TEST_F(ServicesTest, AThreadThatIsCancelledInAHookLetsTheRegistryGo) {
+    join(request("a", 80, 60, [](const SubscribeEvent*, void*) {
+        ::pthread_cancel(::pthread_self());
+        ::pthread_testcancel();
+        return 0U;
+    }));
+    const auto publish = [](void*) -> void* {
+        const UpdateResourceInfoIn value = {.subType = 0, .value = 90};
+        KovaPublishEvent(&value);
+        ::pthread_testcancel();
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(0, ::pthread_create(&thread, nullptr, publish, nullptr));
+    void* result = nullptr;
+    EXPECT_EQ(0, ::pthread_join(thread, &result));
+    EXPECT_EQ(PTHREAD_CANCELED, result);
+}
+
 }  // namespace
 }  // namespace kova::test
