@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/log_message.h"
+#include "base/no_cancellation.h"
 #include "base/result.h"
 #include "base/shared_word.h"
 #include "except/src/proc_agent/platform_text.h"
@@ -135,6 +136,7 @@ void warm_up_backtrace() {
 using namespace kova;
 
 uint32_t KOVA_ExceptInit(void) {
+    const NoCancellation no_cancellation;  // the mutex would stay locked
     const int locked = ::pthread_mutex_lock(&g_kovaExceptNativeInitMutexLock);
     if (locked != 0) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdLock), "[KOVA_ExceptInit] pthread lock unsuccessful. ret = %d", locked);
@@ -176,6 +178,7 @@ uint32_t KOVA_ExceptNativeInit(void) {
 }
 
 uint32_t KOVA_GlobalExceptLogBufInit(void) {
+    const NoCancellation no_cancellation;  // the lock would stay taken
     const int locked = ::pthread_rwlock_wrlock(&g_exceptLogbufInitlock);
     if (locked != 0) {
         KovaDLogWrite(KOVA_LOG_BASE(kIdIdentity),
