@@ -1,6 +1,7 @@
 /*
- * Everything that the native diagnosis agent exports, for C11 and C++20. Types of POSIX stand in it: strict C (-std=c11)
- * needs _POSIX_C_SOURCE 200809L or _GNU_SOURCE.
+ * Everything that the native diagnosis agent exports, for C11 and C++20.
+ *
+ * Some types are those of POSIX: strict C (-std=c11) must define _POSIX_C_SOURCE as 200809L before its first include.
  */
 #ifndef KOVA_SYSDIAG_H
 #define KOVA_SYSDIAG_H
