@@ -68,14 +68,14 @@ class Node {
         : heard_(static_cast<Heard*>(
               ::mmap(nullptr, kProcesses * sizeof(Heard), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
         const auto kovad = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../bin/kovad";
-        daemon_ = ::fork();
+        daemon_ = forked();
         if (daemon_ == 0) {
             ::execl(kovad.c_str(), "kovad", "--syslog", "--data-plane-process-cycle", kCycleMs, nullptr);
             ::_exit(127);
         }
         wait_until([] { return ::access("/run/kova/kovad_server", F_OK) == 0; });
         for (std::size_t i = 0; i < kProcesses; ++i) {
-            const pid_t pid = ::fork();
+            const pid_t pid = forked();
             if (pid == 0) live_as_subscriber(&heard_[i]);
             processes_.push_back(pid);
         }
@@ -133,6 +133,12 @@ class Node {
             ::usleep(kLookUs);
         }
         return false;
+    }
+    // A -1 that got into the list would be everybody when it comes to kill().
+    static pid_t forked() {
+        const pid_t pid = ::fork();
+        if (pid < 0) std::abort();
+        return pid;
     }
     static void end(pid_t pid, int signal_number) {
         ::kill(pid, signal_number);

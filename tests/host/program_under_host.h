@@ -37,7 +37,7 @@ class Program {
         int ends[2];
         if (::pipe2(ends, O_CLOEXEC) != 0) std::abort();
         command[0] = beside_this_program(command[0]);
-        pid_ = ::fork();
+        if ((pid_ = ::fork()) < 0) std::abort();
         if (pid_ == 0) {
             ::dup2(ends[1], STDOUT_FILENO);
             if (options.timeout_seconds != nullptr) ::setenv("KOVA_HOST_TIMEOUT", options.timeout_seconds, 1);

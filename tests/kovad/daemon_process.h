@@ -36,7 +36,7 @@ class DaemonProcess {
         if (::pipe2(ends, O_CLOEXEC) != 0) std::abort();
         // Made before the fork: the test may have threads, and one of them may hold the heap's lock.
         const std::string command = std::string("exec " KOVAD " ") + options;
-        pid_ = ::fork();
+        if ((pid_ = ::fork()) < 0) std::abort();
         if (pid_ == 0) {
             ::dup2(ends[1], STDERR_FILENO);
             ::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);

@@ -78,6 +78,7 @@ class Peer {
 template <typename Action>
 pid_t start_process(Action action) {
     const pid_t pid = ::fork();
+    if (pid < 0) std::abort();  // kill(-1) would be everybody
     if (pid == 0) {
         action();
         ::_exit(0);
