@@ -1,6 +1,7 @@
 // Runs an action again and again, at a fixed pace.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <utility>
@@ -16,15 +17,13 @@ class Cycle {
 
     Cycle(asio::io_context& loop, std::chrono::milliseconds period, std::function<void()> action)
         : timer_(loop), period_(period), action_(std::move(action)) {
-        restart();
+        arm(Clock::now() + period_);
     }
 
-    // The next time is one period from now.
-    void restart() { arm(Clock::now() + period_); }
-
+    // Never puts the next time off: whoever sets the period again and again would keep the action from its turn.
     void set_period(std::chrono::milliseconds period) {
         period_ = period;
-        restart();
+        arm(std::min(timer_.expiry(), Clock::now() + period_));
     }
 
   private:
