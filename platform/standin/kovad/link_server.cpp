@@ -21,6 +21,7 @@ namespace kova::kovad {
 namespace {
 
 constexpr mode_t kSocketMode = 0660;
+constexpr mode_t kFolderMode = 0755;
 constexpr int kBacklog = 512;  // all processes of a node may come at once when the daemon starts
 constexpr std::chrono::seconds kAcceptPause{1};
 
@@ -48,9 +49,11 @@ void make_place(const std::string& path, const sockaddr_un& address) {
     if (::lstat(path.c_str(), &status) != 0) return;
     if (!S_ISSOCK(status.st_mode)) throw std::runtime_error(fmt::format("{}: is not a socket; remove it", path));
     const int probe = new_socket();
-    const bool answers = ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const int connected = ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    // Everything else, a full queue of connections too, is the answer of somebody who lives.
+    const bool is_left_behind = connected != 0 && errno == ECONNREFUSED;
     ::close(probe);
-    if (answers) throw std::runtime_error(fmt::format("{}: another daemon listens there", path));
+    if (!is_left_behind) throw std::runtime_error(fmt::format("{}: another daemon listens there", path));
     static_cast<void>(::unlink(path.c_str()));  // bind() tells when that failed
 }
 
@@ -59,6 +62,16 @@ std::optional<ucred> credentials(int socket) {
     socklen_t length = sizeof peer;
     if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 || peer.pid <= 0) return std::nullopt;
     return peer;
+}
+
+// The user's share of what epoll can watch may be used up, by another program even. Then the descriptor is closed.
+bool take_descriptor(asio::posix::stream_descriptor& descriptor, int fd) {
+    asio::error_code error;
+    descriptor.assign(fd, error);
+    if (!error) return true;
+    ::close(fd);
+    log(Level::kError, "a descriptor cannot be watched: {}", error.message());
+    return false;
 }
 
 }  // namespace
@@ -86,7 +99,12 @@ void LinkServer::listen(std::optional<gid_t> group) {
     }
     const std::string path = address.sun_path;
     const std::string folder = path.substr(0, path.rfind('/'));
-    if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) fail(folder, "cannot be made");
+    if (::mkdir(folder.c_str(), kFolderMode) == 0) {
+        // Whatever the umask: the group could not reach its socket. A failure shows at bind().
+        static_cast<void>(::chmod(folder.c_str(), kFolderMode));
+    } else if (errno != EEXIST) {
+        fail(folder, "cannot be made");
+    }
     make_place(path, address);
     listener_.assign(new_socket());
     // There is no moment at which others could connect.
@@ -121,7 +139,8 @@ void LinkServer::accept() {
     }
     wait_for_connection();
     if (fd < 0) return;
-    const LinkPointer link = std::make_shared<Link>(loop_, ++last_id_, fd);
+    const LinkPointer link = std::make_shared<Link>(loop_, ++last_id_);
+    if (!take_descriptor(link->socket, fd)) return;
     const auto peer = credentials(fd);
     if (!peer) {
         log(Level::kWarning, "a connection of a process that cannot be seen from here is closed");
@@ -137,8 +156,7 @@ void LinkServer::accept() {
 // Where the kernel cannot tell of it, the connection's own end has to do.
 void LinkServer::watch_process(const LinkPointer& link, pid_t pid) {
     const int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-    if (fd < 0) return;
-    link->process.assign(fd);
+    if (fd < 0 || !take_descriptor(link->process, fd)) return;
     link->process.async_wait(Wait::wait_read, [this, link](const asio::error_code& error) {
         if (!error) end(link);
     });
@@ -180,10 +198,11 @@ void LinkServer::send_unsent(const LinkPointer& link) {
             ::send(link->socket.native_handle(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         if (sent < 0 && (errno == EAGAIN || errno == EINTR)) return wait_for_room(link);
         if (sent < 0) {
-            // Whatever the reason (short memory too), a message is lost and the connection of no more use. Its end is
-            // met when it is read from, where the books may be told.
+            // The process would wait for ever for what is lost here. The end of the connection, which this makes sure
+            // of, is met when it is read from, where the books may be told.
             ::shutdown(link->socket.native_handle(), SHUT_RDWR);
-            return link->unsent.clear();
+            link->unsent.clear();
+            return;
         }
         link->unsent.pop_front();
     }

@@ -37,7 +37,7 @@ class LinkServer final : private LinkActions {
 
   private:
     struct Link {
-        Link(asio::io_context& loop, LinkId link_id, int fd) : id(link_id), socket(loop, fd), process(loop) {}
+        Link(asio::io_context& loop, LinkId link_id) : id(link_id), socket(loop), process(loop) {}
         LinkId id;
         asio::posix::stream_descriptor socket;
         asio::posix::stream_descriptor process;  // a descriptor of the process, readable once it has ended
