@@ -11,7 +11,6 @@
 #include <asio/post.hpp>
 
 #include "open_sockets.h"
-#include "rpc_address.h"
 #include "service_call.h"
 
 namespace kova::rpc {
@@ -70,13 +69,11 @@ std::vector<std::byte> encoded(const wire::Message& message) {
 }  // namespace
 
 std::uint32_t Connection::connect_locked(Runtime* runtime, const Client& client, std::shared_ptr<Connection>* made) {
-    sockaddr_un where;
-    if (!wire::socket_of_address(client.address, &where)) return KOVA_RPC_INVALID;
     const int fd = make_socket();
     if (fd < 0) return KOVA_RPC_NO_RESOURCE;
     int result = 0;
     do {
-        result = ::connect(fd, reinterpret_cast<const sockaddr*>(&where), sizeof where);
+        result = ::connect(fd, reinterpret_cast<const sockaddr*>(&client.socket), sizeof client.socket);
     } while (result != 0 && errno == EINTR);
     const std::uint32_t rc = result == 0 ? 0 : code_of_failed_connect(errno);
     if (rc != 0 || !add_open_socket(fd)) {
@@ -197,7 +194,7 @@ Connection::Sent Connection::write_locked(std::span<const std::byte> message, bo
 
 void Connection::wait_readable() {
     socket_.async_wait(asio::posix::stream_descriptor::wait_read, [self = shared_from_this()](asio::error_code error) {
-        if (!error) self->read_some();
+        if (!error) self->do_or_lose([&] { self->read_some(); });
     });
 }
 
@@ -301,7 +298,7 @@ wire::Fault Connection::take_request(const wire::Message& message) {
     }
     asio::post(runtime_->services, [self = shared_from_this(), service, number = message.call_number,
                                     request = std::vector<std::byte>(message.payload.begin(), message.payload.end())] {
-        self->serve(*service, number, request);
+        self->do_or_lose([&] { self->serve(*service, number, request); });
     });
     return wire::Fault::kNone;
 }

@@ -28,7 +28,8 @@ namespace kova::rpc {
 // A user of an address. Constant but for the flag, which the Runtime's mutex guards.
 struct Client {
     std::string address;
-    std::string service;  // the daemon's name in the address
+    sockaddr_un socket{};  // where the address leads; the environment is not read again, least of all by our threads
+    std::string service;   // the daemon's name in the address
     KovaLinkNotify notify = nullptr;
     bool is_destroyed = false;
 };
@@ -65,6 +66,17 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // Either thread. A daemon that is gone, or asks and does not listen, gets nothing.
     void respond(const wire::Service& service, std::uint32_t call_number, std::uint32_t status,
                  std::span<const std::byte> payload);
+    void lose(const char* reason);  // null: nothing to log
+
+    // What cannot be done for want of memory costs the connection: one that is open and deaf would be worse.
+    template <typename Action>
+    void do_or_lose(Action action) {
+        try {
+            action();
+        } catch (const std::exception& error) {
+            lose(error.what());
+        }
+    }
 
     void start_locked();
     Sent send_locked(std::vector<std::byte> message);
@@ -76,7 +88,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void read_some();
     void write_waiting();
     bool read_one();
-    void lose(const char* reason);
     void finish();
     wire::Fault take(std::span<std::byte> bytes);
     wire::Fault take_request(const wire::Message& message);

@@ -61,11 +61,15 @@ using kova::rpc::Runtime;
 KovaVellClient* KovaCreateVellClient(const char* localName, const char* address, KovaVellOptions /*options*/,
                                      KovaLinkNotify notify) {
     if (localName == nullptr || address == nullptr) return nullptr;
-    const std::string_view service = kova::wire::service_of_address(address);
-    if (service.empty()) return nullptr;
+    sockaddr_un socket;
+    if (!kova::wire::socket_of_address(address, &socket)) return nullptr;
     return or_else<KovaVellClient*>(nullptr, [&] {
-        const auto client = std::make_shared<Client>(
-            Client{.address = address, .service = std::string(service), .notify = notify, .is_destroyed = false});
+        const auto client =
+            std::make_shared<Client>(Client{.address = address,
+                                            .socket = socket,
+                                            .service = std::string(kova::wire::service_of_address(address)),
+                                            .notify = notify,
+                                            .is_destroyed = false});
         return new KovaVellClient{client};
     });
 }

@@ -1,5 +1,6 @@
 #include "runtime.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 #include <csignal>
 
