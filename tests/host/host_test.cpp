@@ -47,6 +47,13 @@ std::size_t thread_count(const Program& program) {
     return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
+pid_t thread_named(const Program& program, const std::string& name) {
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(program.pid()) + "/task")) {
+        if (read_file(task.path() / "comm") == name + "\n") return std::stoi(task.path().filename());
+    }
+    return -1;
+}
+
 TEST_F(HostedProgram, IsRegisteredWhenThatIsWantedAndThenOnly) {
     TestDaemon daemon;
     for (const bool is_wanted : {false, true}) {
@@ -63,12 +70,14 @@ TEST_F(HostedProgram, IsRegisteredWhenThatIsWantedAndThenOnly) {
             EXPECT_EQ("AgentRegInfo", asked.service);
             EXPECT_EQ(0, std::memcmp("crash_helper", asked.payload.data(), sizeof "crash_helper"));
         }
-        // It dies as ever, whatever threads there are.
-        ::kill(program.pid(), SIGFPE);
+        // It dies as ever, whatever threads there are and whichever of them is hit.
+        ::syscall(SYS_tgkill, program.pid(), is_wanted ? thread_named(program, "kova_rpc") : program.pid(), SIGFPE);
         EXPECT_EQ(SIGFPE, WTERMSIG(program.wait_status()));
         EXPECT_FALSE(is_wanted && peer.receive(&asked));
     }
-    EXPECT_EQ(2U, stored_records().size());
+    const auto records = stored_records();
+    ASSERT_EQ(2U, records.size());
+    EXPECT_NE(records[0].processId, records[0].threadId);
 }
 
 }  // namespace
