@@ -61,14 +61,4 @@ TEST(BoundedCopy, SourceIsNotReadPastTheDestinationSize) {
     ::munmap(pages, 2 * kPage);
 }
 
-TEST(BoundedCopy, BlocksFitOrAreLeftAlone) {
-    char block[8] = "abcdefg";
-    EXPECT_EQ(ERANGE, memcpy_s(block, 4, "12345", 5));
-    EXPECT_EQ(EINVAL, memcpy_s(block, 4, nullptr, 4));
-    EXPECT_EQ(ERANGE, memset_s(block, 4, 0, 5));
-    EXPECT_STREQ("abcdefg", block);
-    EXPECT_EQ(0, memcpy_s(block, sizeof block, block + 2, 5));  // overlapping
-    EXPECT_STREQ("cdefgfg", block);
-}
-
 }  // namespace

@@ -8,11 +8,10 @@ using kova::test::g_platform;
 
 struct Publisher* g_KovaPublisherAgent = nullptr;
 
-KovaVellClient* KovaCreateVellClient(const char* name, const char* address, KovaVellOptions options,
-                                     KovaLinkNotify notify) {
+KovaVellClient* KovaCreateVellClient(const char*, const char*, KovaVellOptions, KovaLinkNotify) {
     if (g_platform.fails("KovaCreateVellClient")) return nullptr;
     ++g_platform.clients;
-    return new KovaVellClient{name, address, options, notify};
+    return new KovaVellClient;
 }
 
 void KovaDestroyVellClientHandle(KovaVellClient* client) {
@@ -20,14 +19,12 @@ void KovaDestroyVellClientHandle(KovaVellClient* client) {
     delete client;
 }
 
-uint32_t ZIB_ConnRpcCall(KovaVellClient* client, const char* service, const void* request, uint32_t length,
-                         const KovaRpcCallback* callback, void*) {
-    return g_platform.send("ZIB_ConnRpcCall", client, service, request, length, callback);
+uint32_t ZIB_ConnRpcCall(KovaVellClient*, const char*, const void*, uint32_t, const KovaRpcCallback*, void*) {
+    return g_platform.fails("ZIB_ConnRpcCall") ? 77 : 0;
 }
 
-uint32_t ZIB_PassThroughRpcCall(KovaVellClient* client, const char* service, const void* request, uint32_t length,
-                                const KovaRpcCallback* callback, void*) {
-    return g_platform.send("ZIB_PassThroughRpcCall", client, service, request, length, callback);
+uint32_t ZIB_PassThroughRpcCall(KovaVellClient*, const char*, const void*, uint32_t, const KovaRpcCallback*, void*) {
+    return g_platform.fails("ZIB_PassThroughRpcCall") ? 77 : 0;
 }
 
 KovaSchThread* KovaSchThreadCreate(uint32_t kind) {
@@ -54,7 +51,6 @@ void ZIB_TimerDestroyAttr(ZibTimerAttr* attr) {
 ZibTimer* ZIB_TimerCreate(KovaSchThread*, const ZibTimerAttr* attr) {
     if (g_platform.fails("ZIB_TimerCreate")) return nullptr;
     ++g_platform.timers;
-    g_platform.attribute_values = attr->values;
     auto* const timer = new ZibTimer{};
     std::memcpy(&timer->handler, attr->values.at(0).data(), sizeof timer->handler);
     std::memcpy(&timer->period_ms, attr->values.at(2).data(), sizeof timer->period_ms);

@@ -6,16 +6,11 @@
 #include <cstring>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "kova_platform/rpc.h"
 #include "kova_platform/timer.h"
 
-struct KovaVellClient {
-    std::string name, address;
-    KovaVellOptions options;
-    KovaLinkNotify notify;
-};
+struct KovaVellClient {};
 struct KovaSchThread {};
 struct ZibTimerAttr {
     std::map<std::uint32_t, std::string> values;
@@ -28,21 +23,12 @@ struct ZibTimer {
 
 namespace kova::test {
 
-struct SentRequest {
-    std::string path, service, bytes;
-    KovaVellClient* client;
-    KovaRpcCallback callback;
-};
-
 struct PlatformFakes {
     // Calls are counted from 1 on; those from first_failure to last_failure fail.
     int calls = 0, first_failure = 0, last_failure = 0;
-    std::uint32_t send_failure = 77;
     std::string failed;                           // name of the first one that failed
     int clients = 0, timers = 0, attributes = 0;  // alive
-    std::vector<SentRequest> sent;
-    std::map<std::uint32_t, std::string> attribute_values;  // of the last timer made
-    ZibTimer* timer = nullptr;                              // the last one made
+    ZibTimer* timer = nullptr;                    // the last one made
 
     bool fails(const char* name) {
         ++calls;
@@ -55,13 +41,6 @@ struct PlatformFakes {
 
     // Lets a period go by. Tests that the timer runs at all are their callers'.
     void expire() { static_cast<void>(timer->handler.proc(timer->handler.argument)); }
-
-    std::uint32_t send(const char* path, KovaVellClient* client, const char* service, const void* request,
-                       std::uint32_t length, const KovaRpcCallback* callback) {
-        if (fails(path)) return send_failure;
-        sent.push_back({path, service, {static_cast<const char*>(request), length}, client, *callback});
-        return 0;
-    }
 };
 
 inline PlatformFakes g_platform;

@@ -15,9 +15,6 @@ namespace kova::test {
 namespace {
 
 constexpr std::uint32_t kFailure = 0xFFFFFFFF;
-constexpr std::uint32_t kGeneral = 0x0E40105B;
-constexpr std::uint32_t kResponseMs = 300000;
-constexpr std::uint32_t kRetryMs = 5000;
 
 KovaAgentRegCtrl& ctrl() {
     return g_kovaAgentRegCtrl;
@@ -59,7 +56,6 @@ class Registration : public testing::Test {
 
     static void begin() {
         g_platform.fail(0, 0);
-        g_platform.sent.clear();
         log_recorder().clear();
     }
     // What a process never does.
@@ -208,116 +204,6 @@ TEST_F(Registration, StartsOrLeavesNothing) {
         end();
     } while (!g_platform.failed.empty() && call < 100);
     EXPECT_EQ(12, call);  // client, name, thread, attributes, four of them, timer, start, send; and none
-}
-
-TEST_F(Registration, SendsWhatTheDaemonReads) {
-    Publisher* const publisher = reinterpret_cast<Publisher*>(&g_platform);
-    for (const bool has_publisher : {false, true}) {
-        begin();
-        g_KovaPublisherAgent = has_publisher ? publisher : nullptr;
-        ASSERT_EQ(0U, KovaAgentRegisterInit(0x01020304));
-        kExpire();
-        ASSERT_EQ(2U, g_platform.sent.size());
-        EXPECT_EQ("ZIB_ConnRpcCall", g_platform.sent[0].path);
-        EXPECT_EQ("ZIB_PassThroughRpcCall", g_platform.sent[1].path);
-        const auto pid = static_cast<std::uint32_t>(::getpid());
-        std::string expected = "tester" + std::string(26, '\0');
-        expected.append(reinterpret_cast<const char*>(&pid), 4).append("\x04\x03\x02\x01", 4);
-        expected.append(has_publisher ? 1 : 0, '\1').append(has_publisher ? 3 : 4, '\0');
-        for (const SentRequest& sent : g_platform.sent) {
-            EXPECT_EQ("AgentRegInfo", sent.service);
-            EXPECT_EQ(expected, sent.bytes);
-            EXPECT_EQ(ctrl().client, sent.client);
-            EXPECT_EQ(KovaAgentRegInfoClientRspPro, sent.callback.handler);
-            EXPECT_EQ(nullptr, sent.callback.context);
-        }
-        end();
-    }
-    g_KovaPublisherAgent = nullptr;
-}
-
-TEST_F(Registration, GivesThePlatformItsParameters) {
-    KovaVellClient* const client = KovaAgentRpcConn2Kovad();
-    ASSERT_NE(nullptr, client);
-    EXPECT_EQ("KovaSysdiagKovadAgent", client->name);
-    EXPECT_EQ("domain://peer:kovad_server:1", client->address);
-    EXPECT_EQ(2U, client->options.first);
-    EXPECT_EQ(30U, client->options.second);
-    EXPECT_EQ(KovaAgentConnLinkClientNotify, client->notify);
-    KovaDestroyVellClientHandle(client);
-
-    kInit();
-    const std::string one("\1\0\0\0", 4), period(reinterpret_cast<const char*>(&kResponseMs), 4);
-    std::string handler(16, '\0');
-    const auto proc = KovaAgentRegTimerProc;
-    std::memcpy(handler.data(), &proc, sizeof proc);
-    const std::map<std::uint32_t, std::string> expected = {{0, handler}, {1, one}, {2, period}, {3, "agent_reg_timer"}};
-    EXPECT_EQ(expected, g_platform.attribute_values);
-    EXPECT_EQ(kRetryMs, KovaAgentTimeOutByType(0));
-}
-
-TEST_F(Registration, SaysWhatHappened) {
-    kInit();
-    const std::string pid = std::to_string(::getpid());
-    EXPECT_EQ(info_message("Kova Agent register send msg. name = tester, pid = " + pid + "."),
-              log_recorder().take().at(0));
-    kExpire();
-    EXPECT_EQ((LoggedMessage{1, 0x0E401060, "Startup", "KovaAgentRegTimerProc: timeout reg not rsp."}),
-              log_recorder().take().at(0));
-    KovaAgentConnLinkClientNotify(7, "s", nullptr);
-    EXPECT_EQ((LoggedMessage{1, 0x0E401060, "Startup", "Kova Agent link notification, event:7 service:s, addr:."}),
-              log_recorder().take().at(0));
-    respond(1, response("tester", 1));
-    EXPECT_EQ(error_message(kGeneral, "Base", "Kova Agent Check RegRspInfo unsuccessful.pid=" + pid + ", processPid=1"),
-              log_recorder().take().at(0));
-    respond(1, response("0123456789abcdef0123456789abcdefX"));
-    EXPECT_EQ(error_message(kGeneral, "Base",
-                            "Kova Agent Check RegRspInfo unsuccessful.tempProcName=tester, "
-                            "processName=0123456789abcdef0123456789abcdef."),
-              log_recorder().take().at(0));
-
-    // A daemon that is not there yet is no news; anything else is, each time.
-    for (const auto& [code, lines] : std::map<std::uint32_t, std::size_t>{{0x03018007, 0}, {0x03018006, 1}}) {
-        g_platform.send_failure = code;
-        g_platform.fail(6, 6);  // stop; name, stop, resize, start; send
-        kExpire();
-        EXPECT_EQ("ZIB_PassThroughRpcCall", g_platform.failed);
-        const std::vector<LoggedMessage> logged = log_recorder().take();
-        ASSERT_EQ(lines, logged.size());
-        if (lines == 1) {
-            EXPECT_EQ(error_message(kGeneral, "Base",
-                                    "Kova Agent register send msg unsuccessful. name = tester, pid = " + pid +
-                                        ", type = 3, ret=50429958."),
-                      logged[0]);
-        }
-        EXPECT_EQ(kRetrying, text_of_state());
-    }
-}
-
-TEST_F(Registration, DropsAnEventWhenItCannotLock) {
-    kInit();
-    pthread_mutexattr_t checked;
-    pthread_mutexattr_init(&checked);
-    pthread_mutexattr_settype(&checked, PTHREAD_MUTEX_ERRORCHECK);
-    pthread_mutex_init(&ctrl().mutex, &checked);
-    ASSERT_EQ(0, pthread_mutex_lock(&ctrl().mutex));
-    log_recorder().clear();
-    EXPECT_EQ(kFailure, KovaAgentStartRegister());
-    EXPECT_EQ(kFailure, KovaAgentRegTimerProc(nullptr));
-    respond(1);
-    kLost();
-    std::vector<std::string> texts;
-    for (const LoggedMessage& message : log_recorder().take()) texts.push_back(message.text);
-    const std::vector<std::string> expected = {
-        "KovaAgentStartRegister: lock unsuccessfully. ret = 35.",
-        "KovaAgentRegTimerProc: lock unsuccessfully. ret = 35.",
-        "KovaAgentRegInfoClientRspPro: lock unsuccessfully. ret = 35.",
-        "Kova Agent link notification, event:0 service:kovad_server, addr:a.",
-        "KovaAgentConnLinkClientNotify: lock unsuccessfully, ret = 35.",
-    };
-    EXPECT_EQ(expected, texts);
-    EXPECT_EQ(kWaiting, text_of_state());
-    pthread_mutex_unlock(&ctrl().mutex);
 }
 
 }  // namespace
