@@ -72,7 +72,6 @@ class Books : public testing::Test, protected LinkActions {
         book_.closed(asker, now_);
         return found;
     }
-    std::uint32_t result(LinkId link) { return test::at_offset<std::uint32_t>(sent_[link].back().payload, 0); }
 
     void send(LinkId link, std::span<const std::byte> bytes) override {
         wire::Message message;
@@ -84,7 +83,7 @@ class Books : public testing::Test, protected LinkActions {
                                {message.payload.begin(), message.payload.end()}});
     }
     void close(LinkId link, std::uint32_t, std::string_view why) override { closed_[link] = why; }
-    void set_memory_cycle(std::uint32_t cycle_ms) override { memory_cycle_ms_ = cycle_ms; }
+    void set_memory_cycle(std::uint32_t) override {}
     void set_monitored(bool monitored) override { is_monitored_ = monitored; }
 
     LinkBook book_{*this};
@@ -93,7 +92,6 @@ class Books : public testing::Test, protected LinkActions {
     std::map<LinkId, std::string> closed_;
     std::map<LinkId, std::uint32_t> calls_;
     LinkId last_link_ = 0;
-    std::uint32_t memory_cycle_ms_ = 0;
     bool is_monitored_ = false;
 };
 
@@ -209,22 +207,6 @@ TEST_F(Books, SubscriptionsAreAskedPageByPageAndListedInPages) {
     book_.closed(link, now_);
     book_.closed(stopped, now_);
     EXPECT_TRUE(items<SubscriptionItem>(next).empty());
-}
-
-TEST_F(Books, RefuseWhatCannotBe) {
-    const LinkId link = connect(10);
-    const std::uint32_t cycles[][3] = {{1000, 0, 0}, {99, 0, 1}, {3'600'001, 0, 1}, {1000, 1, 1}, {0, 0, 1}};
-    for (const auto& [cycle_ms, resource, expected] : cycles) {
-        request(link, "KovaRestCycleTime", words(cycle_ms, resource));
-        EXPECT_EQ(expected, result(link)) << cycle_ms;
-    }
-    EXPECT_EQ(1000U, memory_cycle_ms_);
-    request(link, "KovaAppSubscribe", words(1, 10));
-    EXPECT_EQ(1U, result(link));
-    EXPECT_FALSE(is_monitored_);
-    for (std::size_t i = 1; i < kMostLinksOfProcess; ++i) EXPECT_FALSE(closed_.contains(connect(10)));
-    EXPECT_TRUE(closed_.contains(connect(10)));
-    EXPECT_TRUE(closed_.size() == 1);
 }
 
 TEST_F(Books, CloseTheConnectionOfABadMessageAndNothingElse) {

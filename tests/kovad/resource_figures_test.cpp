@@ -37,11 +37,6 @@ TEST(CpuUsage, IsWhatIsNeitherIdleNorWaiting) {
     }
 }
 
-TEST(CpuUsage, IsSmoothedByTheCurve) {
-    const std::uint32_t points[][2] = {{0, 1}, {6, 1}, {7, 1}, {50, 27}, {80, 65}, {99, 98}, {100, 99}};
-    for (const auto& [percent, smooth] : points) EXPECT_EQ(smooth, smoothed_percent(percent)) << percent;
-}
-
 TEST(Memory, FiguresLeaveOutWhatIsReserved) {
     const char text[] = "MemTotal:  1000 kB\nMemFree:   1 kB\nNotMemAvailable: 7 kB\nMemAvailable:  400 kB\n";
     const auto sample = parse_meminfo(text);
@@ -60,16 +55,6 @@ TEST(Memory, FiguresLeaveOutWhatIsReserved) {
     EXPECT_EQ(0xFFFFFFFF, memory_figures({.total_kib = 1ULL << 40, .available_kib = 1}, 0).total_kib);
     for (const char* const bad : {"", "MemTotal: 5 kB\n", "MemTotal: 0 kB\nMemAvailable: 0 kB\n", "MemTotal:"}) {
         EXPECT_FALSE(parse_meminfo(bad)) << bad;
-    }
-}
-
-TEST(Memory, StateStaysBetweenTheThresholds) {
-    const Thresholds thresholds{.overload_percent = 80, .restore_percent = 60};
-    bool state = false;
-    const std::pair<std::uint32_t, bool> steps[] = {{79, false}, {80, true}, {61, true}, {60, false}, {79, false}};
-    for (const auto& [percent, expected] : steps) {
-        state = is_overloaded(state, percent, thresholds);
-        EXPECT_EQ(expected, state) << percent;
     }
 }
 
