@@ -1,4 +1,4 @@
-// The private debug log, its head and its times, and the words that pass through to the platform.
+// The private debug log, its head and its times.
 #include "kova/debug_log.h"
 
 #include <sys/prctl.h>
@@ -85,22 +85,5 @@ TEST_F(DebugLog, LinesOfSeveralThreadsDoNotMix) {
     EXPECT_EQ(static_cast<std::size_t>(2 * kLines), ends.size());
 }
 
-TEST(LogTime, HasTheZoneOffsetAndNeedsSixtyFourBytes) {
-    const ClockAt clock(kNoon, 0, "HERE-8");
-    char text[64];
-    EXPECT_EQ(nullptr, GetLogTime(text, 63));
-    EXPECT_EQ(text, GetLogTime(text, 64));
-    EXPECT_STREQ("2024-03-01 20:00:05 +0800", text);
-}
-
-TEST(DiagLogHook, PassesSixWordsThrough) {
-    EXPECT_EQ(123456U, KOVA_DiagLogHookReg(1, 2, 3, 4, 5, 6));
-}
-
 }  // namespace
 }  // namespace kova::test
-
-extern "C" uintptr_t KOVA_SetDiagLogFun(uintptr_t a0, uintptr_t a1, uintptr_t a2, uintptr_t a3, uintptr_t a4,
-                                        uintptr_t a5) {
-    return ((((a0 * 10 + a1) * 10 + a2) * 10 + a3) * 10 + a4) * 10 + a5;
-}

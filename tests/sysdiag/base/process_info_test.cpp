@@ -1,13 +1,9 @@
 // Files, processes, numbers and memory.
 #include "kova/process_info.h"
 
-#include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <cerrno>
-#include <climits>
 #include <cstring>
-#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -33,33 +29,6 @@ TEST(FirstLine, LosesItsLineBreakAndIsCutToTheBuffer) {
     EXPECT_EQ("abcd", first_line("abcde\n"));
     EXPECT_EQ("\n", first_line("\nsecond\n"));
     EXPECT_EQ("failed", first_line(""));
-}
-
-TEST(Processes, AreFoundByTheirPid) {
-    char name[16] = {};
-    ASSERT_EQ(0, ::prctl(PR_SET_NAME, "base services"));
-    for (const std::int32_t pid : {-1, ::getpid()}) EXPECT_EQ(0U, KovaGetProcName(pid, name, sizeof name)) << pid;
-    EXPECT_STREQ("base services", name);
-    EXPECT_EQ(127U, KovaGetProcName(INT_MAX, name, sizeof name));
-    const auto pid = static_cast<std::uint32_t>(::getpid());
-    EXPECT_EQ(0U, KovaIsProcessIdExist(pid));
-    EXPECT_EQ(kFailure, KovaIsProcessIdExist(kFailure));
-    EXPECT_EQ(0U, KovaIsThreadExist(pid, static_cast<std::uint32_t>(::syscall(SYS_gettid))));
-    EXPECT_EQ(kFailure, KovaIsThreadExist(pid, kFailure));
-    EXPECT_EQ(0U, ProcIsKernel(pid));
-    EXPECT_EQ(1U, ProcIsKernel(kFailure));
-}
-
-TEST(Processes, TellMonitorAndLocationProcesses) {
-    const auto answer = [](const std::string& name, const std::string& command_line) {
-        const CoveredFile covered_name(own_file("comm"), name);
-        const CoveredFile covered_command_line(own_file("cmdline"), command_line);
-        return IsNorvelProcess(static_cast<std::uint32_t>(::getpid()));
-    };
-    EXPECT_EQ(1U, answer("monitoring\n", ""));
-    EXPECT_EQ(0U, answer("monito\n", "/bin/x"));
-    EXPECT_EQ(1U, answer("x\n", "/opt/relocations/x"));
-    EXPECT_EQ(0U, answer("x\n", std::string("/bin/x\0location", 15)));  // an argument
 }
 
 TEST(Processes, SizeIsTakenFromItsLineOnly) {
@@ -96,17 +65,6 @@ TEST(Numbers, StayWithinTheirTypes) {
     EXPECT_EQ(UINT64_MAX, number);
     for (const char* text : {"", "1 ", "-1", "\xB2"}) EXPECT_EQ(0U, KovaIsDigitString(text)) << text;
     EXPECT_EQ(1U, KovaIsDigitString("0123456789"));
-}
-
-TEST(MachineMemory, ThresholdFollowsTheTotal) {
-    for (const auto& [total, threshold] : {std::pair{" 1048576 kB\nMemFree: 1 kB", 50U},
-                                           {" 1048577 kB", 100U},
-                                           {" 2097152 kB", 100U},
-                                           {" 2097153 kB", 160U},
-                                           {" none", 160U}}) {
-        const CoveredFile meminfo("/proc/meminfo", std::string("MemTotal:") + total);
-        EXPECT_EQ(threshold, KovaGetOOMThreshold()) << total;
-    }
 }
 
 std::string g_partition_calls;
