@@ -175,27 +175,5 @@ TEST_F(Asserts, PrintingMayRaiseAsserts) {
     EXPECT_EQ(2u, platform().blocks.size());
 }
 
-// An item that is the caller's is believed in nothing.
-TEST_F(Asserts, BuildingBlocksBoundWhatTheyAreGiven) {
-    KovaAssertItem item;
-    std::memset(&item, 0x7F, sizeof item);
-    KOVA_PrintAssertInfo(&item);
-    ASSERT_EQ(1u, platform().blocks.size());
-    EXPECT_NE(std::string::npos, platform().blocks[0].find("'" + std::string(32, '\x7F') + "', Line:"));
-    EXPECT_NE(std::string::npos, platform().blocks[0].find("#19 " + std::string(64, '\x7F') + "\r\n"));
-    EXPECT_EQ(static_cast<std::uint32_t>(ERANGE), KOVA_SaveAssertInfo(&item, 0));
-
-    item = {};
-    std::uint32_t slot = 77, count = 77;
-    ASSERT_EQ(0u, KOVA_BoxWrite(1, &item, sizeof item, nullptr));
-    EXPECT_EQ(0u, KOVA_AssertExist(&item, &slot, &count)) << "a free entry is no assert";
-    EXPECT_EQ(77u, count);
-    EXPECT_EQ(0u, KOVA_SaveAssertInfo(&items()[0], 0));
-    item.line = 0x7F7F7F7F;
-    EXPECT_EQ(0u, KOVA_AssertExist(&item, &slot, &count)) << "in the table, not in the box";
-    EXPECT_EQ(0u, KOVA_AssertExistInBox(&item, 0));
-    EXPECT_EQ(1u, KOVA_AssertExistInBox(&items()[0], 0));
-}
-
 }  // namespace
 }  // namespace kova::test

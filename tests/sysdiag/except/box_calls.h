@@ -161,8 +161,9 @@ __attribute__((used)) inline uint32_t KovaSystemCmd(const char* command) {
 
 __attribute__((used)) inline void* KovaBaseMalloc(uint32_t, uint32_t kind, uint32_t size, const char* tag, uint32_t) {
     if (kind != 1 || std::string_view(tag) != "kova_box") ::abort();
-    if (kova::test::calls().recording) ++kova::test::calls().allocations;
-    return kova::test::calls().no_memory || size == 0 ? nullptr : ::malloc(size);
+    const bool watched = kova::test::calls().recording;
+    if (watched) ++kova::test::calls().allocations;
+    return (watched && kova::test::calls().no_memory) || size == 0 ? nullptr : ::malloc(size);
 }
 
 }  // extern "C"

@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <optional>
 #include <thread>
 
 #include "sysdiag/except/box_calls.h"
@@ -133,43 +132,6 @@ TEST_F(BoxFaults, EachFailedCallHasItsCodeAndLosesNothing) {
     std::printf("failed calls: %d\n", points_);
 }
 
-TEST_F(BoxFaults, EachFailureSaysSo) {
-    const struct {
-        Op op;
-        const char* call;
-        int at, error;
-        std::string_view message;  // the last one; empty: there is none
-    } cases[] = {
-        {Op::kAppend, "open", 1, ELOOP, "[Exception] open kova blackbox unsuccessfully, errno = 40"},
-        {Op::kAppend, "ftruncate", 1, ENOSPC, "[Exception] ftruncate kova blackbox unsuccessfully, errno = 28"},
-        {Op::kAppend, "lock", 1, ENOLCK, "[Exception] KOVA_BoxFileLock unsuccessfully, retValue = 5"},
-        {Op::kAppend, "lseek", 1, EIO, "[Exception] KOVA_BoxGetHead unsuccessfully, retValue = 61"},
-        {Op::kAppend, "read", 2, EIO, "[Exception] KOVA_BoxGetNodeHead unsuccessfully, retValue = 72"},
-        {Op::kAppend, "write", 3, EIO, "[Exception] Write box data unsuccessfully, retValue = 8"},
-        {Op::kAppend, "write", 4, EIO, "[Exception] Write box node head unsuccessfully, retValue = 8"},
-        {Op::kRewrite, "write", 3, EIO, "[Exception]write databuf unsuccessfully, cnt = -1, errno = 5."},
-        {Op::kRead, "lock", 1, EIO, ""},
-        {Op::kRead, "read", 1, EIO, "[Exception]para is invalid."},
-        {Op::kRead, "lseek", 3, EIO, "[Exception]KOVA_BoxReadRecord unsuccessfully, ret = 6."},
-        {Op::kRead, "write", 1, EIO, "[Exception]Kova write box head unsuccessfully, ret = 8."},
-        {Op::kRead, "write", 2, EIO, "[Exception]Write box head unsuccessfully, ret = 8."},
-        {Op::kCreate, "ftruncate", 1, EFBIG, "Kovad ftruncate unsuccessful.(ret=-1, errno=27)"},
-        {Op::kCreate, "lock", 1, EIO, "Kovad box file lock unsuccessful.(retValue=5, errno=5)"},
-        {Op::kCreate, "lseek", 1, EIO, "Kovad box get head unsuccessful.(retValue=61)"},
-        {Op::kCreate, "read", 3, EIO, "Kovad box get node head unsuccessful.(retValue=72)"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::Message() << static_cast<int>(c.op) << ", " << c.call << " " << c.at);
-        put(states().back().image);
-        const Watch watch(failing(c.call, c.at, 1, c.error));
-        log_recorder().clear();
-        EXPECT_NE(0u, perform({c.op}).code);
-        const auto messages = log_recorder().take();
-        // What the check of a damaged head says comes before.
-        EXPECT_EQ(c.message, messages.empty() ? "" : messages.back().text);
-    }
-}
-
 TEST_F(BoxFaults, OnlyOpenBoxRemovesWhatStandsInTheWay) {
     namespace fs = std::filesystem;
     const auto link = [] { fs::create_symlink("/opt/elsewhere", kBoxPath); };
@@ -195,36 +157,6 @@ TEST_F(BoxFaults, OnlyOpenBoxRemovesWhatStandsInTheWay) {
     }
 }
 
-TEST_F(BoxFaults, OpenBoxTellsWhichStepFailed) {
-    std::filesystem::create_directories(std::string(kBoxPath) + "/full");
-    int fd = 5;
-    EXPECT_EQ(4u, KOVA_OpenBox(&fd));
-    EXPECT_EQ(-1, fd);
-    const std::vector<LoggedMessage> expected = {
-        error_message(0x0E401061, "Base", "Kovad open box unsuccessful.(*fd=-1, errno=21)"),
-        error_message(0x0E401061, "Base", "Kovad remove box unsuccessful.(ret=-1, errno=39)"),
-    };
-    auto messages = log_recorder().take();
-    if (messages.size() == 2 && messages[1].text.ends_with("errno=20)")) messages[1] = expected[1];
-    EXPECT_EQ(expected, messages);
-    EXPECT_EQ(41u, KOVA_BoxReset(0));
-    EXPECT_EQ(41u, KOVA_CreateBox());
-    {
-        put(states().back().image);
-        const Watch watch(failing("open", 1, 99));
-        EXPECT_EQ(2u, KOVA_OpenBox(&fd));
-        EXPECT_EQ("Kovad open box unsuccessful again.(*fd=-1, errno=5)", log_recorder().take().back().text);
-        EXPECT_TRUE(file().empty()) << "removed in vain";
-    }
-    for (const Op op : {Op::kReset, Op::kCreate}) {
-        put(states().back().image);
-        const Watch watch(failing("open", 1, 99));
-        EXPECT_EQ(21u, perform({op}).code);
-    }
-    EXPECT_EQ(1u, KOVA_OpenBox(nullptr));
-    EXPECT_EQ("", calls().command);
-}
-
 TEST_F(BoxFaults, NoMemoryFailsAReadAndSparesAReset) {
     const Watch watch;
     ASSERT_EQ(0u, append(0, 1));
@@ -236,14 +168,6 @@ TEST_F(BoxFaults, NoMemoryFailsAReadAndSparesAReset) {
     EXPECT_EQ(0u, KOVA_BoxReset(0));
     EXPECT_EQ(0u, count_of(file(), 0));
     EXPECT_EQ(0xBB, file()[slot_at(0, 0)]) << "not cleared, but not counted either";
-}
-
-TEST_F(BoxFaults, AReadErrorEndsTheAnswerWithWhatWasRead) {
-    for (std::uint8_t i = 1; i <= 4; ++i) ASSERT_EQ(0u, append(0, i));
-    auto watch = std::make_optional<Watch>(failing("read", 5));  // two heads, two records
-    EXPECT_EQ((Answer{.count = 2, .values = {4, 3}, .has_buffer = true}), read_newest(0, 0, 9));
-    watch.emplace(failing("read", 5));
-    EXPECT_EQ((Answer{.count = 2, .values = {1, 2}, .has_buffer = true}), read_slots(0, 0, 9));
 }
 
 bool descriptor_is_open(int fd) {
@@ -354,34 +278,6 @@ TEST_F(BoxFaults, AReadOnlyDiskKeepsADamagedFileUntilItCanBeRepaired) {
     SmallDisk::remount(0);
     EXPECT_EQ(0u, KOVA_CreateBox());
     EXPECT_EQ(Plan({Op::kCreate}, damaged).image(), file());
-}
-
-TEST_F(BoxFaults, BuildingBlocksRefuseBadArguments) {
-    ASSERT_EQ(0u, append(0, 1));
-    const int fd = ::open(kBoxPath, O_RDWR | O_CLOEXEC);
-    KovaBoxHead head{};
-    KovaBoxNodeHead node{};
-    std::uint32_t count = 1, start = 0;
-    void* records = nullptr;
-    ASSERT_EQ(0u, KOVA_BoxGetHead(fd, &head));
-    ASSERT_EQ(0u, KOVA_BoxGetNodeHead(fd, &head, 0, &node));
-    EXPECT_EQ(0u, KOVA_BoxHeadIsValid(nullptr));
-    EXPECT_EQ(0u, KOVA_BoxNodeHeadIsValid(&node, 1));
-    EXPECT_EQ(0u, KOVA_BoxNodeHeadIsValid(&node, 2));
-    EXPECT_EQ(11u, KOVA_BoxGetHead(-1, &head));
-    EXPECT_EQ(1u, KOVA_BoxGetNodeHead(fd, &head, 2, &node));
-    EXPECT_EQ(1u, KOVA_BoxReadGetStartAndNum(&node, 0, &start, nullptr));
-    EXPECT_EQ(9u, KOVA_BoxReadGetStartAndNum(&node, 1, &start, &count));
-    EXPECT_EQ(11u, KOVA_BoxReadWithCondition(fd, &head, nullptr, 0, 0, &count, &records));
-    EXPECT_EQ(91u, KOVA_BoxReadWithCondition(fd, &head, &node, 0, 1, &count, &records));
-    head.nodeOffset[0] = 35;
-    EXPECT_EQ(1u, KOVA_BoxGetNodeHead(fd, &head, 0, &node));
-    EXPECT_EQ(8u, KOVA_BoxWriteRecord(fd, 0, "x", -1));
-    EXPECT_EQ(1u, KOVA_BoxReadRecord(-1, 0, &head, 1));
-    EXPECT_EQ(0u, KOVA_BoxReadRecord(fd, 0xFFFFFFFF, &head, sizeof head)) << "offsets are unsigned";
-    EXPECT_EQ(5u, KOVA_BoxFileLock(-1));
-    ::close(fd);
-    EXPECT_EQ(1u, KOVA_BoxFileUnlock(fd));
 }
 
 }  // namespace

@@ -1,18 +1,6 @@
 // The item writers: what is copied from a source record, and what refuses it.
 #include "sysdiag/except/assert_fixture.h"
 
-namespace {
-
-std::vector<uintptr_t> g_dead_loop;
-
-}  // namespace
-
-extern "C" uintptr_t KovaRecordExternalThreadDeadLoopInfo(uintptr_t a0, uintptr_t a1, uintptr_t a2, uintptr_t a3,
-                                                          uintptr_t a4, uintptr_t a5, uintptr_t a6, uintptr_t a7) {
-    g_dead_loop = {a0, a1, a2, a3, a4, a5, a6, a7};
-    return 99;
-}
-
 namespace kova::test {
 namespace {
 
@@ -114,12 +102,6 @@ TEST_F(BoxItems, ARepeatedAssertReplacesItsItem) {
     KOVA_BoxReset(1);
     EXPECT_EQ(0u, KOVA_WriteAssertBox(&record));
     EXPECT_EQ("x.c:7 x1", summary());
-}
-
-TEST_F(BoxItems, ADeadLoopGoesToTheMonitor) {
-    EXPECT_EQ(0u, KOVA_WriteDeadloopBox(1, 2, 3, 4, 5, 6, 7, UINTPTR_MAX));
-    EXPECT_EQ((std::vector<uintptr_t>{1, 2, 3, 4, 5, 6, 7, UINTPTR_MAX}), g_dead_loop);
-    EXPECT_FALSE(std::filesystem::exists(kBoxPath));
 }
 
 }  // namespace

@@ -128,28 +128,6 @@ TEST_F(Capture, TerminationLeavesACallStackOnlyWhenTheExitIsAbnormal) {
     }
 }
 
-TEST_F(Capture, ASignalDuringACaptureLeavesItsTraceLine) {
-    expect_in_child([] {
-        KOVA_ExceptInit();
-        KOVA_RegExceptCallStackDumpHook([](void*, std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t* depth) {
-            siginfo_t second = sent_by(1, SIGHUP);
-            KOVA_SignalInfoRecordHandler(SIGHUP, &second, nullptr);
-            *depth = 0;
-            return g_kovaExceptionMutex == 1 ? 0U : 1U;
-        });
-        siginfo_t first = sent_by(1, SIGQUIT);
-        KOVA_SignalInfoRecordHandler(SIGQUIT, &first, nullptr);
-        ::_exit(g_kovaExceptionMutex);
-    });
-    const std::string log = log_text();
-    EXPECT_EQ(1U, count_of(log, "send Signal[1:SIGHUP]"));
-    EXPECT_EQ(2U, count_of(log, kHeading));
-    const auto records = stored_records();
-    ASSERT_EQ(1U, records.size());
-    EXPECT_EQ(SIGQUIT, records[0].signalNumber);
-    EXPECT_EQ(0U, records[0].callStackDepth);
-}
-
 TEST_F(Capture, AHookThatFailsFaultsOrLiesLeavesAUsableStack) {
     const struct {
         const char* name;

@@ -1,17 +1,12 @@
 // The exception log as several processes share it, and the helpers beside it.
 #include "kova/exception_log.h"
 
-#include <fcntl.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <string>
 
-#include "base/signal_scope.h"
 #include "sysdiag/except/map_fixture.h"
 
 namespace kova::test {
@@ -34,43 +29,6 @@ TEST_F(ExceptionLog, PiecesAreAppendedToAFileThatTheFirstOneMakes) {
     ASSERT_EQ(0, ::stat(kLogPath, &status));
     EXPECT_EQ(0660U, status.st_mode & 07777);
     EXPECT_EQ("onetwo\n", log_text());
-}
-
-TEST_F(ExceptionLog, AShortWriteIsAFailure) {
-    expect_in_child([] {
-        ::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{4, 4};
-        ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limit));
-        EXPECT_EQ(kFailed, write_text("12345"));
-        EXPECT_EQ("1234", log_text());
-        EXPECT_EQ(kFailed, write_text("6"));
-    });
-}
-
-TEST_F(ExceptionLog, ACaptureWaitsForTheLogAsLongAsItMayAndThenDropsTheRest) {
-    ASSERT_EQ(kOk, write_text("start\n"));
-    const int fd = ::open(kLogPath, O_RDWR | O_CLOEXEC);
-    ASSERT_EQ(kOk, KOVA_ExceptFileLock(fd));
-    expect_in_child([] {
-        struct sigaction interrupt {};
-        interrupt.sa_handler = [](int) {};
-        ASSERT_EQ(0, ::sigaction(SIGALRM, &interrupt, nullptr));
-        const SignalScope scope;
-        log_wait_budget().left_ms = 30;
-        const itimerval tick{{0, 10'000}, {0, 10'000}};
-        ASSERT_EQ(0, ::setitimer(ITIMER_REAL, &tick, nullptr));
-        EXPECT_EQ(kFailed, write_text("waited for\n"));
-        const itimerval no_more_ticks{};
-        ASSERT_EQ(0, ::setitimer(ITIMER_REAL, &no_more_ticks, nullptr));
-        // Would wait for ever now.
-        EXPECT_EQ(kFailed, write_text("dropped\n"));
-        KOVA_DumpMapsFile();
-    });
-    EXPECT_EQ(kOk, KOVA_ExceptFileUnlock(fd));
-    expect_in_child([] { EXPECT_EQ(kOk, write_text("end\n")); });
-    EXPECT_EQ("start\nend\n", log_text());
-    ::close(fd);
-    EXPECT_EQ(kFailed, KOVA_ExceptFileLock(fd));
 }
 
 TEST_F(ExceptionLog, PiecesOfTwoProcessesAndWholeMapsNeverMix) {

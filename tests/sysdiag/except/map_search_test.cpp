@@ -91,48 +91,5 @@ TEST(MapSearch, AnswersAsAModelDoesForEveryEdgeOfRandomMaps) {
     }
 }
 
-TEST(MapSearch, ALineMustBeShorterThanTheBufferByTwo) {
-    for (const std::size_t length : {23U, 253U, 254U, 255U, 256U, 509U, 510U, 511U}) {
-        std::string text = "1000-2000 r--p 0 0:0 0 ";
-        text += std::string(length - text.size(), 'x') + "\n3000-4000 r--p 0 0:0 0\n";
-        const TextFile file(text);
-        for (const std::uint32_t size : {24U, 25U, 255U, 256U, 510U, 512U}) {
-            SCOPED_TRACE(std::to_string(length) + " in " + std::to_string(size));
-            const bool fits = length < size - 1;
-            std::string line(size, '\0');
-            KovaMapRecord record{};
-            EXPECT_EQ(fits ? 0 : -ENOMEM, KOVA_GetOneMapRecord(file.fd(), 0, &record, line.data(), size));
-            ASSERT_EQ(0, ::lseek(file.fd(), 0, SEEK_SET));
-            EXPECT_EQ(fits ? static_cast<int>(length) : -ENOMEM, KOVA_ReadLineFromFd(file.fd(), line.data(), size));
-            // Only the line that is parsed must fit.
-            if (size == 24) continue;
-            EXPECT_EQ(0, KOVA_GetOneMapRecord(file.fd(), 1, &record, line.data(), size));
-            EXPECT_EQ(0x3000U, record.start);
-        }
-    }
-}
-
-TEST(MapSearch, ACopyIsReadNoFurtherThanItsEnd) {
-    const std::string map = "1000-2000 r--p 0 0:0 0\n3000-4000 r--p 0 0:0 0";
-    const std::string before = "text of the report\n";
-    const TextFile file(before + map + "\n5000-6000 r--p 0 0:0 0\n");
-    char line[kLineSize];
-    char window[kLineSize];
-    for (const std::size_t window_size : {0U, 1U, 2U, 10U, 33U, 256U}) {
-        SCOPED_TRACE(window_size);
-        MapText text(file.fd(), static_cast<off_t>(before.size()), static_cast<std::uint32_t>(map.size()),
-                     {window, window_size});
-        KovaMapRecord record{};
-        EXPECT_EQ(0, read_map_record(text, 0, record, line));
-        EXPECT_EQ(0x1000U, record.start);
-        EXPECT_EQ(0, read_map_record(text, 1, record, line));
-        EXPECT_STREQ("3000-4000 r--p 0 0:0 0", line);
-        EXPECT_EQ(0, read_map_record(text, 0, record, line));
-        EXPECT_STREQ("1000-2000 r--p 0 0:0 0", line);
-        EXPECT_EQ(-1, read_map_record(text, 30, record, line));
-        EXPECT_EQ(-1, read_map_record(text, 4'000'000'000U, record, line));
-    }
-}
-
 }  // namespace
 }  // namespace kova::test

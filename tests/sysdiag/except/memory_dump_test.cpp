@@ -2,33 +2,21 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 
 #include <array>
 #include <csignal>
 #include <thread>
 #include <utility>
 
-#include "base/signal_scope.h"
 #include "except/src/proc_agent/capture_map.h"
 #include "except/src/proc_agent/exception_log_file.h"
-#include "except/src/proc_agent/memory_reader.h"
-#include "except/src/proc_agent/recovery.h"
 #include "sysdiag/except/map_fixture.h"
 
 namespace {
 
-bool g_refuses = false;   // the kernel will not copy memory
 bool g_intrudes = false;  // a signal comes during the next write
 
 }  // namespace
-
-extern "C" ssize_t process_vm_readv(pid_t pid, const iovec* local, unsigned long local_count, const iovec* remote,
-                                    unsigned long remote_count, unsigned long flags) {
-    if (!g_refuses) return ::syscall(SYS_process_vm_readv, pid, local, local_count, remote, remote_count, flags);
-    errno = EPERM;
-    return -1;
-}
 
 // A signal that comes during a write leaves its trace line, whatever this thread is about to write.
 extern "C" ssize_t write(int fd, const void* data, std::size_t length) {
@@ -124,28 +112,6 @@ TEST_F(MemoryDump, IsClippedToTheReadableMappingAroundTheValue) {
     });
 }
 
-TEST_F(MemoryDump, KernelThatWillNotCopyIsReplacedUnderARecoveryPoint) {
-    const EdgedPages pages;
-    expect_in_child([&] {
-        struct sigaction action {};
-        action.sa_handler = [](int) {
-            const SignalScope nested;
-            recover_if_armed();
-            ::_exit(2);
-        };
-        action.sa_flags = SA_NODEFER;
-        ASSERT_EQ(0, ::sigaction(SIGSEGV, &action, nullptr));
-        g_refuses = true;
-        const SignalScope capture;
-        std::array<std::uint8_t, 64> copy{};
-        for (int again = 0; again < 2; ++again) {
-            EXPECT_EQ(10U, read_memory(pages.end() - 10, copy));
-            EXPECT_EQ(0, std::memcmp(copy.data(), pages.memory() + kPage - 10, 10));
-            EXPECT_EQ(0U, read_memory(pages.end(), copy));
-        }
-    });
-}
-
 TEST_F(MemoryDump, SectionsHaveTheirExactTextAndEndAtTheFirstUnreadableWord) {
     const EdgedPages pages;
     const std::uint64_t first = pages.end() - 22;  // five words and half of one
@@ -226,61 +192,6 @@ TEST_F(MemoryDump, ScansLookAtEveryFourthByteAndStopAt32HeapSections) {
     EXPECT_EQ(32U, g_heapPrintMaxTime);
     EXPECT_EQ(32 * kSection, log_text().size());
     EXPECT_EQ(0U, KOVA_CheckAddrIsInHeapAndPrintText(heap.start() - 4, heap.start(), heap.end(), text_.data()));
-}
-
-TEST_F(MemoryDump, TheHeapIsFoundByNameLineByLine) {
-    const std::string anonymous = map_line(0x1000, 0x2000);
-    const struct {
-        const char* name;
-        std::string map;
-        std::uint64_t start;  // 0: not found
-    } cases[] = {
-        {"after lines without a name", anonymous + anonymous + map_line(0x5000, 0x6000, "rw-p", "[heap]"), 0x5000},
-        {"the first of two", map_line(1, 2, "rw-p", "[heap]") + map_line(3, 4, "rw-p", "[heap]"), 1},
-        {"last line not ended", anonymous + "7000-8000 rw-p 0 0:0 0     [heap]", 0x7000},
-        {"behind a line longer than a piece",
-         map_line(1, 2, "r--p", std::string(600, 'n')) + map_line(5, 6, "rw-p", "[heap]"), 5},
-        {"a byte lost behind a piece without an end", std::string(511, 'n') + "15-16 rw-p 0 0:0 0 [heap]\n", 5},
-        {"another name", map_line(1, 2, "rw-p", "[heap]2") + "1-2 rw-p 0 0:0 [heap]\n1-2 [heap] 0 0:0 0 [stack]\n", 0},
-    };
-    expect_in_child([&] {
-        fake_map_file("");
-        for (const auto& c : cases) {
-            SCOPED_TRACE(c.name);
-            write_fake_map(c.map);
-            EXPECT_EQ(c.map.size(), KovaGetProcMapsSize());
-            std::uint64_t start = 0;
-            std::uint64_t end = 0;
-            EXPECT_EQ(c.start == 0 ? 0U : 1U, KOVA_GetHeapStartAndEndInfo(&start, &end, "[heap]"));
-            EXPECT_EQ(c.start, start);
-        }
-    });
-}
-
-TEST_F(MemoryDump, RegistersAreReportedInOrderEachWithItsHeapBlocks) {
-    const EdgedPages pages;
-    const EdgedPages heap;
-    const std::uint64_t pointer = heap.start();
-    std::memset(pages.memory(), 0, kPage);
-    std::memcpy(pages.memory(), &pointer, sizeof pointer);
-    KovaExceptInfo record{};
-    record.machineContext.registers.x[0] = pages.end();  // no memory there
-    record.machineContext.registers.x[28] = pages.start();
-    record.machineContext.registers.x[29] = pages.start();  // has a section elsewhere
-    expect_in_child([&] {
-        const std::string map =
-            map_line(pages.start(), pages.start() + 16) + map_line(heap.start(), heap.end(), "rw-p", "[heap]");
-        fake_map_file(map);
-        KOVA_PrintRegisterInfo2log(&record, static_cast<std::uint32_t>(map.size()), text_.data());
-        const std::string p = hex16(pages.start()), h = hex16(pointer);
-        const std::string expected = "\n===Dump Register X28[" + p + "] in maps(" + p + ", " +
-                                     hex16(pages.start() + 16) + ")\n0x" + p + ":\t0x" + h.substr(8) + " 0x" +
-                                     h.substr(0, 8) + " 0x00000000 0x00000000 \n\n===Dump Heap in maps(" + h + ", " +
-                                     hex16(pointer + 128) + ")\n0x" + h + ":\t0x03020100 0x07060504 ";
-        EXPECT_EQ(expected, log_text().substr(0, expected.size()));
-        EXPECT_EQ(expected.size() + 22 + 7 * 65 + 1, log_text().size());
-        EXPECT_EQ(1U, g_heapPrintMaxTime);
-    });
 }
 
 TEST_F(MemoryDump, ACaptureSearchesTheCopyThatItMadeOfTheMap) {
