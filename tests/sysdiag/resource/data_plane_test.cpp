@@ -64,32 +64,6 @@ TEST_F(DataPlane, TablesHoldWhoCameFirstAndTheirLatest) {
     EXPECT_EQ(127U, KOVA_SearchIndexByThread(last.coreId, last.pid, last.tid));
 }
 
-TEST_F(DataPlane, ACoreCountsOnceAThreadOfAProcessHasReported) {
-    KOVA_ResourceInfoInitAgent();
-    region().threadTickTable[0] = {.coreId = 5, .pid = 0, .tid = 8, .reserved = 0, .cpuTick = 0};
-    region().threadTickTable[1] = {.coreId = 5, .pid = 8, .tid = 0, .reserved = 0, .cpuTick = 0};
-    EXPECT_EQ(2U, KOVA_JudgeDataPlaneCore(5) + KOVA_JudgeDataPlaneCore(0));
-    KOVA_UpdateDataPlaneCpuUsage(0, 8, 8, 1);
-    EXPECT_EQ(0U, KOVA_JudgeDataPlaneCore(0));
-    EXPECT_EQ(1U, KOVA_JudgeDataPlaneCore(128));
-    EXPECT_EQ(Messages{region_error("[KOVA_JudgeDataPlaneCore] input coreid exceed limit, coreid=128")},
-              log_recorder().take());
-}
-
-TEST_F(DataPlane, TheFirstProcessThatLivesSpeaksForAll) {
-    KOVA_ResourceInfoInitAgent();
-    std::uint32_t usage = 7;
-    region().processCpuUsageTable[1] = {.pid = 0x7FFFFFFF, .usage = 100};
-    EXPECT_EQ(1U, KOVA_GetDataPlaneCpuUsage(&usage));
-    EXPECT_EQ(7U, usage);
-    region().processCpuUsageTable[3] = {.pid = 1, .usage = 9999};
-    for (const auto& [stored, percent] : {std::pair{4250U, 42U}, {99U, 0U}, {10'099U, 100U}, {~0U, 100U}}) {
-        region().processCpuUsageTable[2] = {.pid = static_cast<std::uint32_t>(::getpid()), .usage = stored};
-        EXPECT_EQ(0U, KOVA_GetDataPlaneCpuUsage(&usage));
-        EXPECT_EQ(percent, usage) << stored;
-    }
-}
-
 constexpr std::uint32_t kProcesses = 4;
 constexpr std::uint32_t kThreads = 8;
 constexpr std::uint32_t kOwned = 4;  // entries that each thread reports to: all together fill the table

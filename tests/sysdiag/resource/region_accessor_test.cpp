@@ -100,17 +100,6 @@ TEST_F(Accessors, FailUntilTheCallAfterTheOneThatAttached) {
     }
 }
 
-TEST_F(Accessors, FindAPointerMissing) {
-    g_KovaResourceInitAgentOK = 1;
-    for (const Accessor& accessor : kAccessors) expect_detached_answer(accessor);
-    KOVA_UpdateDataPlaneCpuUsage(1, 2, 3, 4);
-    KOVA_UpdateDataPlaneProcessCpuUsage(1, 2);
-    KOVA_SearchIndexByThreadAll();
-    EXPECT_EQ(128U, KOVA_SearchIndexByThread(0, 0, 0));
-    KOVA_DataPlaneCpuInitAgent();
-    EXPECT_EQ(region_error("input parameter unavailable"), log_recorder().take().back());
-}
-
 TEST_F(Accessors, LeaveTheProcessDetachedFromAnObjectThatCannotBeUsed) {
     make_object();
     for (const mode_t mode : {0400U, 0066U}) {  // not writable; for everybody but its owner

@@ -51,30 +51,6 @@ TEST_F(Figures, OfMemoryBecomeReadyOnceAndForEver) {
     });
 }
 
-TEST_F(Figures, RefuseWhatIsInvalidOrNotPublished) {
-    std::uint32_t usage = 7;
-    EXPECT_EQ(2U, KOVA_GetSysCpuUsage(nullptr) + KOVA_ScanSpecificProcStatByID(1, nullptr));
-    EXPECT_EQ(2U, KOVA_GetCpuTimeSpanUsage(0, &usage) + KOVA_GetCpuTimeSpanUsage(361, &usage));
-    EXPECT_EQ(Messages(4, region_error("Input parameters invalid.")), log_recorder().take());
-    EXPECT_EQ(1U, KOVA_GetSysCpuUsageSmooth(nullptr));
-    EXPECT_EQ(Messages{base_error("[KOVA_GetSysCpuUsageSmooth]Input parameters invalid.")}, log_recorder().take());
-    EXPECT_EQ(0x00600100U, KOVA_GetSysMemThreshold(&usage, nullptr));
-    EXPECT_EQ(0U, GetResourceInitAgentState());
-    attach();
-    region().memThreshold = 80;
-    EXPECT_EQ(kNotReady, KOVA_GetSysMemThreshold(&usage, &usage));
-    EXPECT_EQ(7U, usage);
-    EXPECT_EQ(1U, KOVA_GetCpuTimeSpanUsage(360, &usage));
-    EXPECT_EQ(0U, usage);
-    region().cpuSampleInterval = 1000;
-    region().cpuSampleCount = 50;
-    EXPECT_EQ(1U, KOVA_GetCpuTimeSpanUsage(60, &usage));
-    EXPECT_EQ(
-        (Messages{region_error("[KOVA_GetSysMemThreshold] info not ready! threshold:80, restore:0."),
-                  region_error("Cpu usage invalid sample interval."), info_message("Cpu usage sample little 60 50.")}),
-        log_recorder().take());
-}
-
 // The model keeps every sample ever taken; the region only the last 360.
 TEST_F(Figures, OfASpanAreTheMeanOfItsNewestSamples) {
     attach();
