@@ -100,21 +100,5 @@ TEST_F(RegistryTest, ListsStayThoseOfAModelInAnyOrderOfCalls) {
     }
 }
 
-TEST_F(RegistryTest, NamesThatDoNotFitAndMissingHooksAreReported) {
-    const std::string longest(KOVA_SUBSCRIBER_NAME_SIZE - 1, 'x');
-    EXPECT_EQ(nullptr, KOVA_Create_Subscriber(publisher(), (longest + "x").c_str()));
-    EXPECT_EQ(nullptr, publisher()->subscribers);
-    Events events;
-    join(request("no hook"));
-    const SubscribeRequest wanted = request(std::string(31, 'y'), 80, 60, keep_event, &events);
-    Target* const target = join(wanted)->target;
-    KOVA_Create_Subscription(KOVA_Create_Subscriber(publisher(), longest.c_str()), target, &wanted);
-    KOVA_Target_UpdateByValue(target, 80);
-    EXPECT_EQ((Events{{std::string(31, 'y'), 1}}), events);
-    expect_logged({"[KOVA_Create_Subscriber] subscriber-module strcpy unsuccessful, ret is 34",
-                   "KOVA_Notify_Subscription strcpy_s unsuccessful, ret = 34, module = " + longest},
-                  "KOVA_Notify_Subscription: publishHook is NULL. module = no hook, pubType = 0");
-}
-
 }  // namespace
 }  // namespace kova::test

@@ -107,26 +107,6 @@ TEST_F(SubscribeTest, DaemonThatCannotBeAskedLeavesNoSubscriber) {
                   "[KOVA_SubscribeResource] lock unsuccessful. ret = 35");
 }
 
-TEST_F(SubscribeTest, CycleAndMonitorStatusHaveDefaultsUntilTheDaemonPublishes) {
-    static KovaResourceRegion region;
-    const auto cycle_and_status = [](std::uint32_t rc) {
-        std::uint32_t cycle = 1;
-        EXPECT_EQ(rc, KOVA_GetMemUsageCycle(&cycle));
-        return std::pair{cycle, KOVA_GetResourceMonitorStatus(0)};
-    };
-    EXPECT_EQ((std::pair{10000U, 0U}), cycle_and_status(1)) << "not attached";
-    g_KovaResourceInfoAgent = &region;
-    g_KovaResourceInitAgentOK = 1;
-    EXPECT_EQ((std::pair{10000U, 0U}), cycle_and_status(0)) << "nothing published";
-    region.memUsageCycle = 1000;
-    region.resourceMonitorStatus = 0x80;
-    EXPECT_EQ((std::pair{1000U, 1U}), cycle_and_status(0));
-    EXPECT_EQ(0U, KOVA_GetResourceMonitorStatus(1));
-    EXPECT_EQ(std::vector{error_message(0x0E401060, "Startup", "Input parameters invalid.")}, log_recorder().take());
-    g_KovaResourceInitAgentOK = 0;
-    g_KovaResourceInfoAgent = nullptr;
-}
-
 TEST_F(SubscribeTest, EveryOutcomeOfARequestReleasesItsClientOnce) {
     for (const auto& [mode, cycle] : {std::pair{1, 1000U}, {2, 10000U}, {-1, 10000U}}) {
         EXPECT_EQ(0U, KOVA_SetMemUsageBaseCycle(mode));
