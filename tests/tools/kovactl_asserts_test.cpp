@@ -58,15 +58,5 @@ TEST_F(KovactlAsserts, ListsAndShowsThem) {
     EXPECT_TRUE(kovactl("asserts show 2").output.ends_with("which holds 2; see kovactl asserts list\n"));
 }
 
-// The oldest of a full box is later than the newest when it was repeated, or when its writer died while replacing it.
-TEST_F(KovactlAsserts, ARepeatedOldestOneIsNotTorn) {
-    for (const std::uint32_t count : {5u, 1u}) {
-        fs::remove_all(kLiveBoxFile);
-        append_assert(1, count);
-        for (std::uint32_t i = 0; i < 99; ++i) append_assert(2, 0);
-        EXPECT_EQ(count == 1, kovactl("asserts").output.find("! may be torn") != std::string::npos) << count;
-    }
-}
-
 }  // namespace
 }  // namespace kova::kovactl
