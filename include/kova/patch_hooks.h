@@ -53,8 +53,8 @@ KOVA_API void libkova_base_ResPatchC2hDeactivefunc(void);
  * @param unused      Not looked at.
  * @param patchRecord The patch service's record; only read.
  * @param handled     Out: 1 when the record names this library, whatever the operation; else 0.
- * @return 0, also for another library's patch; 1 when the operation is neither 0 nor 1, which is logged. With a null
- *         record or output 0, and nothing is done.
+ * @return 0, also for another library's patch, as which a null record counts; 1 when the operation is neither 0 nor 1,
+ *         which is logged. With a null output 0, and nothing is done.
  */
 KOVA_API uint32_t libkova_sysdiag_agent_native_PAT_C2HSyncHookFunc(int32_t operation, uintptr_t unused,
                                                                    const void *patchRecord, uint32_t *handled);

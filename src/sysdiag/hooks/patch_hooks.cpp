@@ -38,8 +38,9 @@ constexpr Library kBase = {
 };
 
 Code synchronise(const Library& library, int32_t operation, const void* patch_record, uint32_t* handled) {
-    if (patch_record == nullptr || handled == nullptr) return kOk;
+    if (handled == nullptr) return kOk;
     *handled = 0;
+    if (patch_record == nullptr) return kOk;
     // How much room the record has for the name is not known here: nothing is read past the first difference.
     const char* const patched = static_cast<const char*>(patch_record) + KOVA_PATCH_RECORD_LIBRARY_NAME;
     if (std::strcmp(patched, library.file_name) != 0) return kOk;
