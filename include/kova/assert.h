@@ -48,7 +48,8 @@ KOVA_API uint32_t KOVA_LirraAssertPreHook(const char *file, uint32_t line);
 
 /**
  * Looks an assert up, by its file name and line, in the process's table and then in the black box. What is found in the
- * table but not in the box is forgotten; what is found in both has its count in the table raised by one.
+ * table but not in the box is forgotten; what is found in both has its count in the table raised by one. Only name and
+ * line are compared: the item may be one that another process stored in the slot since.
  *
  * @param slot  Out: its slot in box 1. Set, like count, only when it is found.
  * @param count Out: occurrences, this one included.

@@ -175,5 +175,17 @@ TEST_F(Asserts, PrintingMayRaiseAsserts) {
     EXPECT_EQ(2u, platform().blocks.size());
 }
 
+TEST_F(Asserts, OnlyARepeatAsksWhoseItemItIs) {
+    KOVA_Assert("a", 1, nullptr);
+    put_other(0);
+    const KovaAssertItem others = items()[0];
+    std::uint32_t slot = 77, count = 77;
+    EXPECT_EQ(1u, KOVA_AssertExist(&others, &slot, &count));
+    EXPECT_EQ(0u, slot);
+    EXPECT_EQ(2u, count);
+    KOVA_Assert("a", 1, nullptr);
+    EXPECT_EQ("a:1 x9, a:1 x1", summary());
+}
+
 }  // namespace
 }  // namespace kova::test

@@ -70,11 +70,13 @@ bool change_if_wanted(std::uint32_t slot, const CallingThread& thread, IsWanted 
     return context.is_found;
 }
 
-// The entry of a known assert, counted; null when it is not known. `change` gets the stored item and the occurrences
-// with the present one.
+enum class Whose { kOwn, kAnyones };
+
+// The entry of a known assert, counted; null when it is not known. `change` gets the stored item, which is of the
+// processes asked for, and the occurrences with the present one.
 template <typename Change>
-KovaAssertTableEntry* change_if_known_locked(const KovaAssertItem& item, const CallingThread& thread, Change change)
-    KOVA_REQUIRES(g_assert_lock) {
+KovaAssertTableEntry* change_if_known_locked(const KovaAssertItem& item, const CallingThread& thread, Whose whose,
+                                             Change change) KOVA_REQUIRES(g_assert_lock) {
     KovaAssertTableEntry* const entry = std::find_if(std::begin(g_assertItem), std::end(g_assertItem),
                                                      [&](const auto& each) { return is_entry_of(each, item); });
     if (entry == std::end(g_assertItem)) return nullptr;
@@ -82,7 +84,8 @@ KovaAssertTableEntry* change_if_known_locked(const KovaAssertItem& item, const C
     const bool is_known = change_if_wanted(
         entry->slot, thread,
         [&](const KovaAssertItem& stored) {
-            return is_same_assert(item, stored) && is_own_item(*entry, *origin, stored, thread);
+            return is_same_assert(item, stored) &&
+                   (whose == Whose::kAnyones || is_own_item(*entry, *origin, stored, thread));
         },
         [&](KovaAssertItem& stored) { return change(stored, ++entry->occurrenceCount); });
     if (is_known) return entry;
@@ -98,7 +101,7 @@ bool is_same_assert(const KovaAssertItem& left, const KovaAssertItem& right) {
 }
 
 bool count_if_known_locked(const KovaAssertItem& item, const struct tm& time, const CallingThread& thread) {
-    return change_if_known_locked(item, thread, [&](KovaAssertItem& stored, std::uint32_t) {
+    return change_if_known_locked(item, thread, Whose::kOwn, [&](KovaAssertItem& stored, std::uint32_t) {
                stored.time = time;
                ++stored.occurrenceCount;
                return true;
@@ -107,7 +110,7 @@ bool count_if_known_locked(const KovaAssertItem& item, const struct tm& time, co
 
 bool replace_if_known_locked(KovaAssertItem& item, const CallingThread& thread) {
     const KovaAssertTableEntry* const entry =
-        change_if_known_locked(item, thread, [&](KovaAssertItem& stored, std::uint32_t count) {
+        change_if_known_locked(item, thread, Whose::kOwn, [&](KovaAssertItem& stored, std::uint32_t count) {
             item.occurrenceCount = count;
             stored = item;
             return true;
@@ -142,7 +145,7 @@ uint32_t KOVA_AssertExist(const KovaAssertItem* item, uint32_t* slot, uint32_t* 
     if (item == nullptr) return 0;
     const ScopedProcessLock lock(g_assert_lock, box_wait_budget());
     const auto leave = [](const KovaAssertItem&, std::uint32_t) { return false; };
-    const KovaAssertTableEntry* const entry = change_if_known_locked(*item, lock.holder(), leave);
+    const KovaAssertTableEntry* const entry = change_if_known_locked(*item, lock.holder(), Whose::kAnyones, leave);
     if (entry == nullptr) return 0;
     if (slot != nullptr) *slot = entry->slot;
     if (count != nullptr) *count = entry->occurrenceCount;
