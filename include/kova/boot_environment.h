@@ -16,6 +16,9 @@
 
 KOVA_BEGIN_DECLS
 
+/* Startup mode of a node whose boot environment names none. What 1 to 3 mean is the boot loader's. */
+#define STARTUP_MODE_NETWORK 0U
+
 /**
  * Reads the startup mode, the digit of env_fastboot.
  *
