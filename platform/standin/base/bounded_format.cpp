@@ -391,10 +391,22 @@ int refuse(char* dst) {
     return -1;
 }
 
-// Formats a text of at most `room` characters or nothing: it is measured before the destination is touched.
+// Most texts fit here, which spares them the measuring. Small: signal handlers have little stack.
+constexpr std::size_t kShortText = 256;
+
+// Formats a text of at most `room` characters or nothing: the destination is not touched before the text is known to
+// fit. It is made elsewhere if it is short, else measured.
 int format_whole(char* dst, std::size_t room, const char* format, va_list arguments) {
+    char text[kShortText];
+    Sink made(text, std::min(room, sizeof text));
+    Outcome outcome = format_into(&made, format, arguments);
+    if (outcome == Outcome::kDone && !made.is_overrun()) {
+        std::memcpy(dst, text, made.count());
+        dst[made.count()] = '\0';
+        return static_cast<int>(made.count());
+    }
     Sink measure(nullptr, room);
-    const Outcome outcome = format_into(&measure, format, arguments);
+    outcome = format_into(&measure, format, arguments);
     if (outcome == Outcome::kRefused || measure.is_overrun()) return refuse(dst);
     if (outcome == Outcome::kForeign) {
         const int length = format_by_c_library(nullptr, 0, format, arguments);
