@@ -1,19 +1,16 @@
-// Log, node identity and the libraries opened at run time.
+// Log and node identity.
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <syslog.h>
 
 #include "kova_platform/log.h"
 #include "kova_platform/node.h"
-#include "kova_platform/process_globals.h"
 #include "support/covered_file.h"
 
 namespace {
@@ -46,15 +43,6 @@ TEST(PlatformLog, MessagesCarryLevelIdAndTagAndAreCut) {
     EXPECT_EQ("3: level=1 id=0x0E40105B [Base] -3xxxxx", g_system_log.substr(0, 39));
 }
 
-TEST(PlatformLog, BlocksAreCutAtLineEnds) {
-    g_system_log.clear();
-    const std::string line(600, 'x');
-    const std::string block = line + "\n" + line + "\nend";
-    KOVA_DiagLogInSlice(block.c_str(), static_cast<uint32_t>(block.size()), 0x0E40101D);
-    const std::string head = "6: level=3 id=0x0E40101D [Info] ";
-    EXPECT_EQ(head + line + "\n" + head + line + "\nend\n", g_system_log);
-}
-
 // "chassis slot cpu stack boxstack", with "E" and the code where a call fails.
 std::string identity() {
     const auto asked = [](uint32_t (*function)(uint32_t*)) {
@@ -81,23 +69,6 @@ TEST(PlatformNode, EnvironmentWinsOverFileWinsOverDefaults) {
     ::unsetenv("KOVA_NODE_CPU");
     ::setenv("KOVA_NODE_SLOT", "7a", 1);
     EXPECT_EQ("1 E22 E22 0 1", identity());
-}
-
-TEST(PlatformLibraries, AnswerWhatTheEnvironmentSays) {
-    void* const package = ::dlopen("libyot_pkg.so", RTLD_LAZY);
-    ASSERT_NE(nullptr, package) << ::dlerror();
-    const auto query = reinterpret_cast<uint32_t (*)(void*)>(::dlsym(package, "YOT_GetPlatformInfo"));
-    char record[160];
-    std::memset(record, 0x5A, sizeof record);
-    ::setenv("KOVA_PLATFORM_NAME", std::string(100, 'n').c_str(), 1);
-    EXPECT_EQ(0U, query(record));
-    EXPECT_EQ(std::string(63, 'n'), record);
-    EXPECT_STREQ("1.0.0", record + 64);
-    EXPECT_EQ('\x5A', record[128]);
-    ::setenv("KOVA_ABNORMAL_EXIT", "1", 1);  // read when the library is loaded
-    void* const machine = ::dlopen("libqavmlib.so", RTLD_LAZY);
-    ::unsetenv("KOVA_ABNORMAL_EXIT");
-    EXPECT_EQ(1U, reinterpret_cast<KovaAbnormalExitQuery>(::dlsym(machine, "QAV_IsProcessAbnormalExit"))());
 }
 
 }  // namespace

@@ -51,16 +51,5 @@ TEST(LoadedSymbol, AnswersWhatTheLoaderAnswers) {
     EXPECT_TRUE(kernel_module_seen) << "its tables are read-only and look different";
 }
 
-TEST(LoadedSymbol, KnowsSymbolStartsAndWhatIsNoCode) {
-    const char local_text[] = "on the stack";
-    expect_the_loaders_answer(reinterpret_cast<std::uintptr_t>(&local_text));
-    expect_the_loaders_answer(0);
-    expect_the_loaders_answer(~std::uintptr_t{0});
-    for (const char* const name : {"malloc", "environ", "pthread_create", "_dl_find_object"}) {
-        const auto start = reinterpret_cast<std::uintptr_t>(::dlsym(RTLD_DEFAULT, name));
-        for (const std::uintptr_t at : {start - 1, start, start + 1}) expect_the_loaders_answer(at);
-    }
-}
-
 }  // namespace
 }  // namespace kova::test

@@ -136,14 +136,5 @@ TEST(BootEnvironment, WhatIsSetIsReadBackFromTheFile) {
     EXPECT_EQ("env_fastboot=3\n", read_file("/usr/local/etc/kova_boot.env"));
 }
 
-TEST(BootEnvironment, TheBackUpPathIsWrittenWholeOrNotAtAll) {
-    char path[20] = "untouched";
-    EXPECT_EQ(127U, KOVA_GetBackUpPath(path, 16));
-    EXPECT_STREQ("untouched", path);
-    expect_logged("KOVA_GetBackUpPath err, size=16.");
-    EXPECT_EQ(0U, KOVA_GetBackUpPath(path, 17));
-    EXPECT_STREQ("/opt/boot_backup", path);
-}
-
 }  // namespace
 }  // namespace kova::test
