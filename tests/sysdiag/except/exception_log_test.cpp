@@ -57,23 +57,6 @@ TEST_F(ExceptionLog, PiecesOfTwoProcessesAndWholeMapsNeverMix) {
     EXPECT_EQ(20 * kRounds, pieces);
 }
 
-TEST(Texts, AreCutToFitOrRefused) {
-    ASSERT_EQ(0, ::prctl(PR_SET_NAME, "a name"));
-    char name[8] = "###";
-    EXPECT_EQ(kFailed, KOVA_GetProcName(static_cast<std::uint32_t>(::getpid()), name, 1));
-    EXPECT_STREQ("###", name);
-    for (const std::uint32_t size : {2U, 6U, 7U, 8U}) {
-        EXPECT_EQ(kOk, KOVA_GetProcName(static_cast<std::uint32_t>(::getpid()), name, size));
-        EXPECT_EQ(std::string("a name").substr(0, size - 1), name);
-    }
-
-    char text[12] = "###########";
-    EXPECT_EQ(kFailed, KOVA_TranInt2Str(4294967295U, text, 10));
-    EXPECT_STREQ("###########", text);
-    EXPECT_EQ(kOk, KOVA_TranInt2Str(4294967295U, text, 11));
-    EXPECT_STREQ("4294967295", text);
-}
-
 TEST(SignalName, FollowsTheTableIsCutAndEndsAtTheHighestRealTimeSignal) {
     const auto name_of = [](int signal) -> std::string {
         char name[KOVA_SIGNAL_NAME_SIZE];

@@ -130,24 +130,6 @@ TEST_F(Accessors, SizeAnEmptyObjectAndKeepTheContentsOfAFullOne) {
     }
 }
 
-TEST_F(Accessors, AreStoppedByNeitherClosedDescriptorsNorALockedMutex) {
-    make_object();
-    in_child([] {
-        g_kovaResourceAgentInitMutexLock = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
-        ::pthread_mutex_lock(&g_kovaResourceAgentInitMutexLock);
-        for (const Accessor& accessor : kAccessors) expect_detached_answer(accessor);
-        EXPECT_EQ(
-            std::ssize(kAccessors),
-            log_recorder().count_of(region_error("[KOVA_ResourceInfoInitAgent] pthread lock unsuccessful. ret = 35")));
-        EXPECT_EQ(0U, GetResourceInitAgentState());
-        ::pthread_mutex_unlock(&g_kovaResourceAgentInitMutexLock);
-        for (const int fd : {0, 1, 2}) ::close(fd);
-        KOVA_ResourceInfoInitAgent();
-        // None of them was left open on the object.
-        if (GetResourceInitAgentState() != 1 || ::fcntl(0, F_GETFD) != -1) std::_Exit(1);
-    });
-}
-
 TEST_F(Accessors, AnswerWithinTheirRangeWhateverTheRegionHolds) {
     // The region ends where memory ends, and begins there too where pages are of 4 KiB.
     const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));

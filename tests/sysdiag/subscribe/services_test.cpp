@@ -74,17 +74,6 @@ TEST_F(ServicesTest, PagesCoverOneListAndTheShortOneReleasesIt) {
     EXPECT_EQ(4U, g_kovaQuerySubscribe.count) << "a page of none keeps the list";
     EXPECT_EQ(0U, ask(0xFFFFFFFE, 20).count);  // start + index must not wrap into the list
     EXPECT_EQ(nullptr, g_kovaQuerySubscribe.records);
-
-    SubscribeRequest unnamed = request("m", 70, 30);
-    unnamed.subType = 9;
-    const std::string longest(KOVA_SUBSCRIBER_NAME_SIZE - 1, 'x');
-    KOVA_Create_Subscription(KOVA_Create_Subscriber(publisher(), longest.c_str()),
-                             KOVA_Create_Target(publisher(), &unnamed), &unnamed);
-    const SubscribeInfo item = ask(0, 1).items.at(0);
-    EXPECT_EQ(70U, item.overload);
-    EXPECT_STREQ("", item.moduleName);
-    EXPECT_STREQ("", item.subType);
-    expect_logged({"[KovaGetSubscribeInner] strcpy unsuccessful, ret= 34 moduleName=" + longest + ", subType="});
 }
 
 // The list is counted first, and copied when there is memory for it.
