@@ -1,4 +1,4 @@
-// Files, processes, numbers and memory.
+// Files, processes and numbers.
 #include "kova/process_info.h"
 
 #include <unistd.h>
@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "kova/memory.h"
 #include "support/covered_file.h"
 
 namespace kova::test {
@@ -67,33 +66,5 @@ TEST(Numbers, StayWithinTheirTypes) {
     EXPECT_EQ(1U, KovaIsDigitString("0123456789"));
 }
 
-std::string g_partition_calls;
-char g_partition_block[8];
-
-TEST(PartitionMemory, GoesToThePartitionOrToTheHeap) {
-    void* block = KovaBaseMalloc(0xFFFFFFFF, 1, 100, "tag", 1);
-    ASSERT_NE(nullptr, block);
-    std::memset(block, 1, 100);
-    KovaBaseFree(0xFFFFFFFF, block, "tag", 2);
-    KovaBaseFree(5, nullptr, "tag", 3);
-    EXPECT_EQ(nullptr, KovaBaseMalloc(5, 1, 0, "tag", 4));
-    EXPECT_EQ(g_partition_block, KovaBaseMalloc(5, 1, 100, "tag", 77));
-    KovaBaseFree(6, g_partition_block, "tag", 78);
-    EXPECT_EQ("5 1 100 77 tag\n6 78 tag\n", g_partition_calls);
-}
-
 }  // namespace
 }  // namespace kova::test
-
-extern "C" void* RUX_MemAlloc_F(uint32_t handle, uint32_t kind, uint32_t size, const char* tag, uint32_t line) {
-    for (const std::uint32_t number : {handle, kind, size, line}) {
-        kova::test::g_partition_calls += std::to_string(number) + ' ';
-    }
-    kova::test::g_partition_calls += std::string(tag) + '\n';
-    return kova::test::g_partition_block;
-}
-
-extern "C" void RUX_MemFree_F(uint32_t handle, void* block, const char* tag, uint32_t line) {
-    EXPECT_EQ(kova::test::g_partition_block, block);
-    kova::test::g_partition_calls += std::to_string(handle) + ' ' + std::to_string(line) + ' ' + tag + '\n';
-}

@@ -35,13 +35,9 @@ class MemoryDump : public testing::Test {
     MemoryDump() {
         remove_log_and_box();
         g_kovaExceptLogbuf = text_.data();
-        g_kovaRegMemory = register_memory_.data();
         g_heapPrintMaxTime = 0;
     }
-    ~MemoryDump() override {
-        g_kovaExceptLogbuf = nullptr;
-        g_kovaRegMemory = nullptr;
-    }
+    ~MemoryDump() override { g_kovaExceptLogbuf = nullptr; }
 
     // What a section printed into the log's buffer is.
     template <typename Print>
@@ -52,7 +48,6 @@ class MemoryDump : public testing::Test {
     }
 
     std::array<char, 10240> text_{};
-    std::array<std::uint8_t, 1792> register_memory_{};
 };
 
 KovaDumpMemParam around(std::uint64_t value, std::uint32_t before, std::uint32_t after, std::size_t map_size = 4096) {

@@ -79,7 +79,7 @@ class Accessors : public RegionTest {};
 
 TEST_F(Accessors, FailUntilTheCallAfterTheOneThatAttached) {
     for (const Accessor& accessor : kAccessors) {
-        in_child([&] {
+        expect_in_child([&] {
             SCOPED_TRACE(accessor.name);
             Messages expected;
             if (accessor.detached_message != nullptr) expected = {region_error(accessor.detached_message)};
@@ -103,7 +103,7 @@ TEST_F(Accessors, FailUntilTheCallAfterTheOneThatAttached) {
 TEST_F(Accessors, LeaveTheProcessDetachedFromAnObjectThatCannotBeUsed) {
     make_object();
     for (const mode_t mode : {0400U, 0066U}) {  // not writable; for everybody but its owner
-        in_child([&] {
+        expect_in_child([&] {
             // Root loses its right to open everything.
             __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
             __user_cap_data_struct rights[2] = {};
@@ -150,7 +150,7 @@ TEST_F(Accessors, AnswerWithinTheirRangeWhateverTheRegionHolds) {
         const std::size_t choice = random() % 16;
         return choice < std::size(edges) ? edges[choice] : static_cast<std::uint32_t>(random());
     };
-    in_child([&] {
+    expect_in_child([&] {
         for (int round = 0; round < 300; ++round) {
             const bool sparse = round % 3 == 0;  // free entries are rare otherwise
             for (std::size_t i = 0; i < kWords; ++i) words[i] = sparse && random() % 8 != 0 ? 0 : any();

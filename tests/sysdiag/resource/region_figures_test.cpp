@@ -18,7 +18,7 @@ TEST_F(Figures, OfMemoryBecomeReadyOnceAndForEver) {
     region().memInfoSecond = 5;
     const auto with_uptime = [](const char* uptime, auto then) {
         const CoveredFile covered("/proc/uptime", uptime);
-        in_child(then);
+        expect_in_child(then);
     };
     std::uint32_t usage = 7;
     std::uint64_t figures[] = {7, 7};

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <cstdlib>
 
@@ -11,7 +10,7 @@
 
 #include "kova/resource_attach.h"
 #include "kova_platform/process_globals.h"
-#include "support/covered_file.h"
+#include "support/crash_traces.h"
 #include "support/log_recorder.h"
 
 namespace kova::test {
@@ -27,19 +26,6 @@ inline LoggedMessage base_error(std::string text) {
 constexpr char kObject[] = "/dev/shm/kova_resource_info_sharemem";
 constexpr char kMemoryMarker[] = "/usr/local/etc/kova_mem.cfg";
 constexpr char kSmoothMarker[] = "/usr/local/etc/kova_cpu_smooth.cfg";
-
-// Makes the expectations of `run` in a child of its own: what a process has found ready once stays ready for it.
-template <typename Run>
-void in_child(Run run) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        run();
-        std::_Exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    ::waitpid(pid, &status, 0);
-    EXPECT_EQ(0, status);
-}
 
 class RegionTest : public testing::Test {
   protected:
