@@ -4,6 +4,7 @@
 #include <link.h>
 #include <array>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -110,45 +111,25 @@ constexpr auto kPad = "\x1F\x20\x03\xD5\x1F\x20\x03\xD5\x1F\x20\x03\xD5\x1F\x20\
 constexpr std::size_t kMostSetUp = 32;
 #endif
 
+constexpr char kPatchable[] =
+    "libkova_sysdiag_agent_native_ResPatchC2hActivefunc libkova_sysdiag_agent_native_ResPatchC2hDeactivefunc "
+    "libkova_base_ResPatchC2hActivefunc libkova_base_ResPatchC2hDeactivefunc KovaGetOOMThreshold "
+    "KOVA_InitDeadloopMon KOVA_InitDeadloopMonitor KOVA_RegDeadloopMon KOVA_RegDeadloopMonCallback "
+    "KOVA_UnRegDeadloopMon KOVA_DmOpers KOVA_CheckAndRepairDeadloop KOVA_GetCallstackByPthreadId "
+    "InitDeadloopMon regDeadloopMon dm_opers KOVA_InitDeadloopInfoRegion KOVA_RecordDeadloopInfo "
+    "KOVA_RegDeadloopEventReport KOVA_GetDeadloopCfgCount KOVA_GetDeadloopCfg KOVA_BoxGetCpuType "
+    "KOVA_BoxGetOsVersion KOVA_BoxGetBoxLen KOVA_WriteDeadloopBox KOVA_DumpMemParamSet KovaIsMemReady "
+    "KOVA_GetCpuTimeSpanUsage KOVA_GetCpuTimeSpanUsageSmooth KOVA_GetCputick KOVA_GetDataPlaneSampleCycle "
+    "KOVA_GetDataPlaneProcessCycle KOVA_DiagLogHookReg";
+
 TEST(LandingPad, StandsAtTheStartOfEachPatchableFunction) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "calls of the sanitizer stand before it";
 #endif
     void* const library = ::dlopen("libkova_sysdiag_agent_native.so", RTLD_NOW | RTLD_NOLOAD);
-    for (const char* name : {"libkova_sysdiag_agent_native_ResPatchC2hActivefunc",
-                             "libkova_sysdiag_agent_native_ResPatchC2hDeactivefunc",
-                             "libkova_base_ResPatchC2hActivefunc",
-                             "libkova_base_ResPatchC2hDeactivefunc",
-                             "KovaGetOOMThreshold",
-                             "KOVA_InitDeadloopMon",
-                             "KOVA_InitDeadloopMonitor",
-                             "KOVA_RegDeadloopMon",
-                             "KOVA_RegDeadloopMonCallback",
-                             "KOVA_UnRegDeadloopMon",
-                             "KOVA_DmOpers",
-                             "KOVA_CheckAndRepairDeadloop",
-                             "KOVA_GetCallstackByPthreadId",
-                             "InitDeadloopMon",
-                             "regDeadloopMon",
-                             "dm_opers",
-                             "KOVA_InitDeadloopInfoRegion",
-                             "KOVA_RecordDeadloopInfo",
-                             "KOVA_RegDeadloopEventReport",
-                             "KOVA_GetDeadloopCfgCount",
-                             "KOVA_GetDeadloopCfg",
-                             "KOVA_BoxGetCpuType",
-                             "KOVA_BoxGetOsVersion",
-                             "KOVA_BoxGetBoxLen",
-                             "KOVA_WriteDeadloopBox",
-                             "KOVA_DumpMemParamSet",
-                             "KovaIsMemReady",
-                             "KOVA_GetCpuTimeSpanUsage",
-                             "KOVA_GetCpuTimeSpanUsageSmooth",
-                             "KOVA_GetCputick",
-                             "KOVA_GetDataPlaneSampleCycle",
-                             "KOVA_GetDataPlaneProcessCycle",
-                             "KOVA_DiagLogHookReg"}) {
-        const void* const address = ::dlsym(library, name);
+    std::istringstream names(kPatchable);
+    for (std::string name; names >> name;) {
+        const void* const address = ::dlsym(library, name.c_str());
         ASSERT_NE(nullptr, address) << name;
         Dl_info info{};
         void* symbol = nullptr;

@@ -102,14 +102,6 @@ class RegistryTest : public ::testing::Test {
         static_cast<Events*>(events)->emplace_back(event->moduleName, event->state);
         return 1;  // means nothing
     }
-
-    // Takes the log, which must hold exactly these; `lock_text` is the last one and has the id for locks.
-    static void expect_logged(const std::vector<std::string>& texts, const std::string& lock_text = "") {
-        std::vector<LoggedMessage> expected;
-        for (const std::string& text : texts) expected.push_back(error_message(0x0E40105B, "Base", text));
-        if (!lock_text.empty()) expected.push_back(error_message(0x0E401062, "Base", lock_text));
-        EXPECT_EQ(expected, log_recorder().take());
-    }
 };
 
 }  // namespace kova::test
