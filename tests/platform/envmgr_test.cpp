@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "environment_file.h"
 #include "support/covered_file.h"
+#include "support/run_command.h"
 
 namespace kova::test {
 namespace {
@@ -21,11 +21,8 @@ constexpr char kPending[] = "/run/boot.env.pending";
 
 // What the tool prints, and its exit status where that is not 0.
 std::string envmgr(const std::string& arguments) {
-    std::string text;
-    std::FILE* const pipe = ::popen((ENVMGR " " + arguments + " 2>&1").c_str(), "re");
-    for (int c = std::getc(pipe); c != EOF; c = std::getc(pipe)) text += static_cast<char>(c);
-    const int status = ::pclose(pipe);
-    return status == 0 ? text : std::to_string(WEXITSTATUS(status)) + " " + text;
+    const CommandResult result = run_command(ENVMGR " " + arguments);
+    return result.status == 0 ? result.output : std::to_string(result.status) + " " + result.output;
 }
 
 void start_with(const std::string& text, const std::string& pending = "") {

@@ -1,11 +1,11 @@
 // What the tests of kovactl box share: the tool as a user runs it, records, and files to be damaged byte by byte.
 #pragma once
 
-#include <cstdio>
 #include <filesystem>
 
 #include "box_snapshot.h"
 #include "support/crash_traces.h"
+#include "support/run_command.h"
 
 namespace kova::kovactl {
 
@@ -16,18 +16,10 @@ using test::write_file;
 
 inline constexpr char kCopy[] = "/opt/copy";
 
-struct Result {
-    std::string output;  // both channels
-    int status;
-};
+using Result = test::CommandResult;
 
 inline Result kovactl(const std::string& arguments) {
-    std::FILE* const pipe = ::popen(("{ " + std::string(KOVACTL) + " " + arguments + "; } 2>&1").c_str(), "r");
-    Result result{};
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) result.output.push_back(static_cast<char>(c));
-    const int status = ::pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+    return test::run_command(KOVACTL " " + arguments);
 }
 
 inline KovaExceptInfo make_record(int number) {

@@ -69,15 +69,7 @@ TEST_F(KovactlBox, ShowsARecordWithoutTrustingIt) {
     EXPECT_EQ("0x0000000000000abc", json["registers"]["x30"]);
     EXPECT_EQ(20u, json["call_stack"].size());
     EXPECT_EQ("4142434445464748494a4b4c4d4e4f507e00", json["dumps"]["pc"]["bytes"]);
-    EXPECT_EQ(nullptr, json["time"]);
-
-    const Result damaged = kovactl("box verify");
-    EXPECT_EQ(1, damaged.status);
-    for (const char* const fault : {"box 0, slot 0, byte 4716: spDumpLength is 4294967295, at most 1536 fit\n",
-                                    "box 0, slot 0, byte 8380: callStackDepth is 4000, at most 20 fit\n",
-                                    "box 0, slot 0, byte 172: processName is not terminated\n"}) {
-        EXPECT_NE(std::string::npos, damaged.output.find(fault)) << damaged.output;
-    }
+    EXPECT_EQ(1, kovactl("box verify").status);
 }
 
 TEST_F(KovactlBox, VerifySaysWhatIsWrongWhere) {

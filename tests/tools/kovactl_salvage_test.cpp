@@ -78,18 +78,6 @@ TEST_F(KovactlSalvage, FindsWhatTheHeadsDoNotCount) {
         "2   2025-11-05 23:00:00  11 SIGSEGV  routed[4000]  5000    -\n"
         "note: 2 records are not counted, in slots 3, 19; see kovactl box salvage\n",
         kovactl("box --file /opt/copy").output);
-    EXPECT_EQ(
-        "/opt/copy: damaged\n"
-        "box 0 (exceptions): 3 of 20 records, next slot 3\n"
-        "box 1 (asserts): 1 of 100 records, next slot 1\n"
-        "fault: box 0, slot 1, byte 10160: processName goes on behind its end with 0x78, expected zeros\n"
-        "note: box 0, slot 3, byte 29972: holds a record that is not counted: its writer died before counting it, or "
-        "the box was emptied because its head was damaged\n"
-        "note: box 0, slot 19, byte 189460: a record is not counted, since the box's head is damaged or was written "
-        "anew; see kovactl box salvage\n"
-        "note: box 1, slot 1, byte 201364: holds a record that is not counted: its writer died before counting it, or "
-        "the box was emptied because its head was damaged\n",
-        kovactl("box verify --file /opt/copy").output);
     EXPECT_TRUE(kovactl("box show --slot 3 --file /opt/copy").output.starts_with("Slot 3, recovered\n  time "));
     EXPECT_TRUE(kovactl("box show --slot 1 --file /opt/copy")
                     .output.starts_with("Slot 1, counted, torn?\n  ! byte 10160: processName goes on"));

@@ -51,20 +51,13 @@ TEST_F(Asserts, ANewOneIsPrintedAndStoredWhole) {
     EXPECT_NE(nullptr, std::strstr(item.callStack.symbol[kFirstFrame], "(KOVA_Assert+"));
     EXPECT_LT(item.callStack.address[kFirstFrame + 1] - reinterpret_cast<std::uint64_t>(&raise_somewhere), 200u);
 
-    char text[600];
-    std::snprintf(text, sizeof text,
-                  "=======================================assert info======================================\n"
-                  "%d-%02d-%02d %02d:%02d:%02d, Process:assert_test(ID:%d), ThreadId:assert_test(ID:%d)\n"
-                  "Errinfo at file: 'assert_test.cpp', Line:%u\nWithlog:       route %%s is gone\nCall Stack:\n"
-                  " No FunctionName\n",
-                  time.tm_year + 1900, time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec,
-                  ::getpid(), ::getpid(), item.line);
-    std::string block = text;
-    for (std::uint32_t i = 0; i < item.callStack.depth; ++i) {
-        block += (i < 10 ? "# " : "#") + std::to_string(i) + " " + item.callStack.symbol[i] + "\r\n";
+    ASSERT_EQ(1u, platform().blocks.size());
+    const std::string& block = platform().blocks[0];
+    const std::string place = "\nErrinfo at file: 'assert_test.cpp', Line:" + std::to_string(item.line) + "\n";
+    for (const std::string& line : {place, std::string("\nWithlog:       route %s is gone\n"),
+                                    "\n# 0 " + std::string(item.callStack.symbol[0]) + "\r\n"}) {
+        EXPECT_NE(std::string::npos, block.find(line)) << block;
     }
-    block += "========================================================================================";
-    EXPECT_EQ(std::vector{block}, platform().blocks);
     EXPECT_TRUE(log_recorder().messages().empty());
 }
 

@@ -35,8 +35,6 @@ struct Calls {
     std::vector<std::string_view> made{};
     std::vector<Step> changes{};  // writes and lengths, in their order
     std::string command{};        // the last that was given to the shell
-    int allocations = 0;
-    bool no_memory = false;
 };
 inline Calls& calls() {
     static Calls instance;
@@ -161,9 +159,7 @@ __attribute__((used)) inline uint32_t KovaSystemCmd(const char* command) {
 
 __attribute__((used)) inline void* KovaBaseMalloc(uint32_t, uint32_t kind, uint32_t size, const char* tag, uint32_t) {
     if (kind != 1 || std::string_view(tag) != "kova_box") ::abort();
-    const bool watched = kova::test::calls().recording;
-    if (watched) ++kova::test::calls().allocations;
-    return (watched && kova::test::calls().no_memory) || size == 0 ? nullptr : ::malloc(size);
+    return size == 0 ? nullptr : ::malloc(size);
 }
 
 }  // extern "C"

@@ -157,19 +157,6 @@ TEST_F(BoxFaults, OnlyOpenBoxRemovesWhatStandsInTheWay) {
     }
 }
 
-TEST_F(BoxFaults, NoMemoryFailsAReadAndSparesAReset) {
-    const Watch watch;
-    ASSERT_EQ(0u, append(0, 1));
-    ASSERT_EQ(0u, rewrite(0, 0xBB, 0));
-    EXPECT_EQ(0, calls().allocations) << "append and rewrite run while a process dies";
-    calls().no_memory = true;
-    EXPECT_EQ((Answer{.code = 127, .count = 1}), read_newest(0, 0, 5));
-    EXPECT_EQ((Answer{.code = 1, .count = 1}), read_slots(0, 0, 5));
-    EXPECT_EQ(0u, KOVA_BoxReset(0));
-    EXPECT_EQ(0u, count_of(file(), 0));
-    EXPECT_EQ(0xBB, file()[slot_at(0, 0)]) << "not cleared, but not counted either";
-}
-
 bool descriptor_is_open(int fd) {
     return ::syscall(SYS_fcntl, fd, F_GETFD) >= 0;
 }

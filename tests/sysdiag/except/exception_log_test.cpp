@@ -57,19 +57,5 @@ TEST_F(ExceptionLog, PiecesOfTwoProcessesAndWholeMapsNeverMix) {
     EXPECT_EQ(20 * kRounds, pieces);
 }
 
-TEST(SignalName, FollowsTheTableIsCutAndEndsAtTheHighestRealTimeSignal) {
-    const auto name_of = [](int signal) -> std::string {
-        char name[KOVA_SIGNAL_NAME_SIZE];
-        EXPECT_EQ(signal == 12 ? kFailed : kOk, KOVA_GetSignalName(signal, name));
-        return name;
-    };
-    EXPECT_EQ("UNKNOWN", name_of(-1));
-    EXPECT_EQ("SIGABRT/SIGIOT", name_of(6));
-    EXPECT_EQ("SIGRTMAX", name_of(64));
-    EXPECT_EQ("UNKNOWN", name_of(65));
-    g_kovaSignalName[12] = "SEGMENTATION FAULT";  // of a host
-    EXPECT_EQ("SEGMENTATION FA", name_of(12));
-}
-
 }  // namespace
 }  // namespace kova::test
