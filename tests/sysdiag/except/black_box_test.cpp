@@ -76,5 +76,31 @@ TEST_F(BlackBox, RefusesWhatItCannotStore) {
     EXPECT_EQ(before, file());
 }
 
+TEST_F(BlackBox, AHostileNodeHeadReachesNothingOutsideItsBox) {
+    constexpr std::uint32_t kNumbers[] = {0, 3, 20, 100, 430881, 0xFFFFFFFF};  // 9968 * 430881 wraps to 32 bits
+    for (std::uint32_t i = 0; i < 20; ++i) ASSERT_EQ(0u, append(0, i));
+    ASSERT_EQ(0u, append(1, 9));
+    const Bytes sound = file();
+    const auto begin = static_cast<std::ptrdiff_t>(kNodeOffset[0]), end = static_cast<std::ptrdiff_t>(kNodeOffset[1]);
+    for (const std::uint32_t capacity : kNumbers) {
+        for (const std::uint32_t next : kNumbers) {
+            for (const std::uint32_t count : kNumbers) {
+                SCOPED_TRACE(::testing::Message() << "capacity " << capacity << " next " << next << " count " << count);
+                write_file(sound);
+                set_node_head(0, capacity, next, count);
+                EXPECT_GE(20u, read_newest(0, 0, 0xFFFFFFFF).values.size());
+                EXPECT_GE(20u, read_slots(0, 0, 0xFFFFFFFF).values.size());
+                append(0, 0xAA);
+                EXPECT_EQ(0u, KOVA_BoxReset(0));
+                const Bytes after = file();
+                ASSERT_EQ(sound.size(), after.size());
+                EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + begin, after.begin()));
+                EXPECT_TRUE(std::equal(sound.begin() + end, sound.end(), after.begin() + end));
+                EXPECT_EQ(0u, count_of(after, 0));
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace kova::test

@@ -40,31 +40,6 @@ struct DaemonFakes {
 };
 inline DaemonFakes g_fakes;
 
-// While one lives, locking the registry on this thread fails with EDEADLK (35).
-class FailingLock {
-  public:
-    FailingLock() {
-        make_mutex(PTHREAD_MUTEX_ERRORCHECK);
-        pthread_mutex_lock(&g_kovaSubscribeMutexLock);
-    }
-    FailingLock(const FailingLock&) = delete;
-    FailingLock& operator=(const FailingLock&) = delete;
-    ~FailingLock() {
-        pthread_mutex_unlock(&g_kovaSubscribeMutexLock);
-        make_mutex(PTHREAD_MUTEX_DEFAULT);
-    }
-
-  private:
-    static void make_mutex(int type) {
-        pthread_mutexattr_t attributes;
-        pthread_mutexattr_init(&attributes);
-        pthread_mutexattr_settype(&attributes, type);
-        pthread_mutex_destroy(&g_kovaSubscribeMutexLock);
-        pthread_mutex_init(&g_kovaSubscribeMutexLock, &attributes);
-        pthread_mutexattr_destroy(&attributes);
-    }
-};
-
 class RegistryTest : public ::testing::Test {
   protected:
     RegistryTest() {

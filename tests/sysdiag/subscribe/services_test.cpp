@@ -107,10 +107,6 @@ TEST_F(ServicesTest, UpdateReachesItsTypeAlone) {
     join(other);
     update(0, 90);
     update(2, 90);
-    {
-        const FailingLock failing;
-        update(0, 50);
-    }
     const UpdateResourceInfoIn recovered = {.subType = 0, .value = 60};
     EXPECT_EQ(0U, KovaPublishEvent(&recovered));
     UpdateResourceInfoOut* out = nullptr;
