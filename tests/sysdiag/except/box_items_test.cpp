@@ -60,14 +60,14 @@ TEST_F(BoxItems, EveryFieldIsCopiedOrNothingIsStored) {
 
         log_recorder().clear();
         std::vector<LoggedMessage> expected;
-        const std::string error = std::to_string(ERANGE), writer = kWriter[box];
+        std::string refusal = "[";
+        refusal.append(kWriter[box]).append("] strcpy_s ").append(kName[box]).append(" info unsuccessful, ret= ");
+        refusal.append(std::to_string(ERANGE)).append(".");
         for (const Part& text : kTexts[box]) {
             Bytes bad = from;
             bad[source_at(box, text.begin + text.size - 1)] = 'x';
             EXPECT_EQ(static_cast<std::uint32_t>(ERANGE), store(box, bad)) << text.begin;
-            expected.push_back(
-                error_message(0x0E40105B, "Base",
-                              "[" + writer + "] strcpy_s " + kName[box] + " info unsuccessful, ret= " + error + "."));
+            expected.push_back(error_message(0x0E40105B, "Base", refusal));
         }
         platform().no_memory = true;
         EXPECT_EQ(1u, store(box, from));
@@ -79,7 +79,8 @@ TEST_F(BoxItems, EveryFieldIsCopiedOrNothingIsStored) {
         std::filesystem::remove(kBoxPath);
         std::filesystem::create_directory(kBoxPath);
         EXPECT_EQ(22u, store(box, from));
-        EXPECT_EQ(1, log_recorder().count_of(error_message(0x0E401061, "Base", writer + " unsuccessful, ret = 22.")));
+        const std::string no_file = std::string(kWriter[box]) + " unsuccessful, ret = 22.";
+        EXPECT_EQ(1, log_recorder().count_of(error_message(0x0E401061, "Base", no_file)));
         std::filesystem::remove(kBoxPath);
     }
 }
