@@ -36,8 +36,8 @@ class SharedFile {
     SharedFile& operator=(const SharedFile&) = delete;
 
     // How to open the file (by default: kind's path, flags and mode), and what to do between the open and the lock
-    // (by default nothing). `prepare` answers 0 or the failing call's result. Both may be called up to three times;
-    // `context` is theirs, for what the caller wants to know of them.
+    // (by default nothing). `prepare` answers 0 or the failing call's result. Both are called again on every restart,
+    // so four times at most; `context` is theirs, for what the caller wants to know of them.
     struct Steps {
         UniqueFd (*open)(void* context) = nullptr;
         int (*prepare)(int fd, void* context) = nullptr;
