@@ -48,7 +48,7 @@ void expect_whole_page(std::span<const std::byte> payload) {
     KOVA_EXPECT(std::ranges::equal(again, payload));
 }
 
-void run(std::span<const std::byte> bytes) {
+void look_at_message(std::span<const std::byte> bytes) {
     expect_whole_page(bytes);
     wire::Message message;
     if (wire::decode(bytes, &message) != Fault::kNone) return;
@@ -57,18 +57,19 @@ void run(std::span<const std::byte> bytes) {
     expect_whole_page(message.payload);
 }
 
-}  // namespace
-}  // namespace kova::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // A buffer of its own, so that a byte too much is seen.
-    const std::vector<std::uint8_t> bytes(data, data + size);
-    kova::fuzz::run(std::as_bytes(std::span(bytes)));
-    const std::string address(bytes.begin(), bytes.end());
+void look_at_address(const std::string& address) {
     sockaddr_un socket;
-    if (kova::wire::socket_of_address(address, &socket)) {
-        KOVA_EXPECT(std::string(socket.sun_path) ==
-                    "/run/kova/" + std::string(kova::wire::service_of_address(address)));
-    }
-    return 0;
+    if (!wire::socket_of_address(address, &socket)) return;
+    KOVA_EXPECT(std::string(socket.sun_path) == "/run/kova/" + std::string(wire::service_of_address(address)));
 }
+
+}  // namespace
+
+void run(Input& input) {
+    // A buffer of its own, so that a byte too much is seen.
+    const std::vector<std::uint8_t> bytes(input.rest().begin(), input.rest().end());
+    look_at_message(std::as_bytes(std::span(bytes)));
+    look_at_address({bytes.begin(), bytes.end()});
+}
+
+}  // namespace kova::fuzz
