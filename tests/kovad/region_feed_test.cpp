@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "region_feed.h"
+#include "resource/cpu_curve.h"
 
 namespace kova::kovad {
 namespace {
@@ -81,7 +82,7 @@ TEST(RegionFeed, SamplesGoToTheNextSlotOfBothHistories) {
     feed.sample_cpu();
     EXPECT_EQ(721U, region->cpuSampleCount);
     EXPECT_EQ(77, region->cpuUsageHistory[358]);
-    EXPECT_EQ(smoothed_percent(region->cpuUsageHistory[359]), region->cpuUsageSmoothHistory[359]);
+    EXPECT_EQ(smoothed_usage(region->cpuUsageHistory[359]), region->cpuUsageSmoothHistory[359]);
     EXPECT_EQ(region->cpuUsageHistory[0], region->cpuUsageSmoothHistory[0]) << "raw without the marker file";
     EXPECT_EQ(region->sysCpuUsage, region->cpuUsageHistory[0]);
     RegionFeed(*region, {.cpu_interval_ms = 500});

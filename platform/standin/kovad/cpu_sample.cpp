@@ -49,10 +49,4 @@ std::optional<std::uint32_t> cpu_usage_percent(const CpuTimes& before, const Cpu
     return static_cast<std::uint32_t>((busy * 100 + total / 2) / total);
 }
 
-std::uint32_t smoothed_percent(std::uint32_t percent) {
-    if (percent < 7) return 1;
-    if (percent > 99) return 99;
-    return (8 * percent * percent + 100 * percent) / 900;
-}
-
 }  // namespace kova::kovad

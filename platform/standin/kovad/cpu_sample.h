@@ -20,7 +20,4 @@ struct CpuTimes {
 // counts as standing still.
 [[nodiscard]] std::optional<std::uint32_t> cpu_usage_percent(const CpuTimes& before, const CpuTimes& after);
 
-// The convex curve that nodes with the marker file show their load through: lowers moderate loads, keeps high ones.
-[[nodiscard]] std::uint32_t smoothed_percent(std::uint32_t percent);
-
 }  // namespace kova::kovad

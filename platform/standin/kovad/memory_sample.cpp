@@ -46,10 +46,4 @@ MemoryFigures memory_figures(const MemorySample& sample, std::uint32_t reserved_
             .available_kib = cut_to_32_bits(sample.available_kib)};
 }
 
-bool is_overloaded(bool was_overloaded, std::uint32_t percent, const Thresholds& thresholds) {
-    if (percent >= thresholds.overload_percent) return true;
-    if (percent <= thresholds.restore_percent) return false;
-    return was_overloaded;
-}
-
 }  // namespace kova::kovad

@@ -26,12 +26,10 @@ struct MemoryFigures {
 // and is taken as 0.
 [[nodiscard]] MemoryFigures memory_figures(const MemorySample& sample, std::uint32_t reserved_kib);
 
+// Overloaded from overload_percent on, down to restore_percent; between the two it stays as it was.
 struct Thresholds {
     std::uint32_t overload_percent = 0;
     std::uint32_t restore_percent = 0;  // below overload_percent
 };
-
-// Overloaded from overload_percent on, down to restore_percent; between the two it stays as it was.
-[[nodiscard]] bool is_overloaded(bool was_overloaded, std::uint32_t percent, const Thresholds& thresholds);
 
 }  // namespace kova::kovad

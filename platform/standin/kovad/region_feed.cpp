@@ -4,23 +4,24 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <span>
 #include <string>
 
 #include <fmt/format.h>
 
+#include "base/shared_word.h"
 #include "base/unique_fd.h"
 #include "daemon_log.h"
-#include "region_field.h"
+#include "resource/cpu_curve.h"
+#include "resource/region_field.h"
+#include "subscribe/overload_state.h"
 
 namespace kova::kovad {
 namespace {
 
 constexpr char kStat[] = "/proc/stat";
 constexpr char kMeminfo[] = "/proc/meminfo";
-constexpr char kSmoothMarker[] = "/usr/local/etc/kova_cpu_smooth.cfg";
 constexpr std::size_t kProcTextBytes = 4096;
 
 // Far from the end of 32 bits, where a counter that wraps would jump to another slot of the ring.
@@ -61,13 +62,12 @@ bool are_percent(std::span<std::uint8_t> samples) {
 void release(KovaThreadTick& entry) {
     store<std::uint32_t>(entry.coreId, 0);
     store<std::uint32_t>(entry.pid, 0);
-    std::atomic_ref(entry.tid).store(0, std::memory_order_release);
+    store_release(entry.tid, 0U);
 }
 
 // Before the flag is set, whatever stands there was reserved by nobody. Acquire: the value is stored before it.
 std::uint32_t reserved_kib(KovaResourceRegion& region) {
-    const bool is_set = std::atomic_ref(region.reservedMemSet).load(std::memory_order_acquire) != 0;
-    return is_set ? load(region.reservedMem) : 0;
+    return load_acquire(region.reservedMemSet) != 0 ? load(region.reservedMem) : 0;
 }
 
 KovaThreadTick load_entry(KovaThreadTick& entry) {
@@ -114,7 +114,7 @@ void RegionFeed::sample_cpu() {
     if (!before) return;
     // No tick passed when the interval is shorter than one: the last figure still is the best there is.
     const std::uint32_t percent = cpu_usage_percent(*before, *now).value_or(load(region_.sysCpuUsage));
-    const std::uint32_t smooth = ::access(kSmoothMarker, F_OK) == 0 ? smoothed_percent(percent) : percent;
+    const std::uint32_t smooth = ::access(kSmoothMarkerFile, F_OK) == 0 ? smoothed_usage(percent) : percent;
     const std::uint32_t count = load(region_.cpuSampleCount) % kMostSamples;
     const std::uint32_t slot = count % KOVA_CPU_USAGE_SAMPLES;
     store(region_.cpuUsageHistory[slot], static_cast<std::uint8_t>(percent));
@@ -128,15 +128,16 @@ void RegionFeed::sample_memory() {
     note_failure(kMeminfo, !sample, memory_failed_);
     if (!sample) return;
     const MemoryFigures figures = memory_figures(*sample, reserved_kib(region_));
-    const bool was_overloaded = load(region_.memOverloadState) == 1;
-    const bool overloaded = is_overloaded(was_overloaded, figures.usage_percent, memory_);
-    if (overloaded != was_overloaded) {
-        log(Level::kWarning, "memory: {} at {} %", overloaded ? "overloaded" : "recovered", figures.usage_percent);
+    const std::uint32_t before = load(region_.memOverloadState) == 1 ? 1 : 0;
+    const std::uint32_t state = next_overload_state(
+        before, figures.usage_percent, {.overload = memory_.overload_percent, .recover = memory_.restore_percent});
+    if (state != before) {
+        log(Level::kWarning, "memory: {} at {} %", state == 1 ? "overloaded" : "recovered", figures.usage_percent);
     }
     store(region_.sysMemUsage, figures.usage_percent);
     store(region_.memInfoSecond, figures.available_kib);
     store(region_.memInfoFirst, figures.total_kib);
-    store<std::uint8_t>(region_.memOverloadState, overloaded ? 1 : 0);
+    store(region_.memOverloadState, static_cast<std::uint8_t>(state));
 }
 
 void RegionFeed::sample_data_plane(std::uint64_t now_ns) {

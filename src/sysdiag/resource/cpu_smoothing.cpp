@@ -1,4 +1,4 @@
-// The curve that lowers moderate CPU loads, and the figures that go through it.
+// The figures that go through the curve of cpu_curve.h.
 #include "kova/cpu_smoothing.h"
 
 #include <unistd.h>
@@ -8,28 +8,19 @@
 #include "base/result.h"
 #include "kova/process_cpu.h"
 #include "kova/resource_attach.h"
+#include "resource/cpu_curve.h"
 #include "resource/region_access.h"
-
-namespace kova {
-namespace {
-
-constexpr char kMarkerFile[] = "/usr/local/etc/kova_cpu_smooth.cfg";
-
-}  // namespace
-}  // namespace kova
 
 using kova::kFailed;
 using kova::kIdGeneral;
 using kova::kOk;
 
 uint32_t KOVA_CpuSmoothIsEnable(void) {
-    return ::access(kova::kMarkerFile, F_OK) == 0 ? 1 : 0;
+    return ::access(kova::kSmoothMarkerFile, F_OK) == 0 ? 1 : 0;
 }
 
 uint32_t KOVA_CpuSmoothAlgo(uint32_t usage) {
-    if (usage < 7) return 1;
-    if (usage > 99) return 99;
-    return (8 * usage * usage + 100 * usage) / 900;
+    return kova::smoothed_usage(usage);
 }
 
 uint32_t KOVA_ChangeToSmoothCpu(uint32_t value) {

@@ -156,18 +156,7 @@ uint32_t KOVA_GetDataPlaneCpuUsage(uint32_t* usage) {
 }
 
 uint32_t KOVA_GetDataPlaneCpuUsageBlance(uint32_t* usage) {
-    if (usage == nullptr) {
-        KovaDLogWrite(KOVA_LOG_STARTUP(kIdRegion), "Input parameters invalid.");
-        return kFailed;
-    }
-    const KovaResourceRegion* const region = kova::attached_region();
-    if (region == nullptr) {
-        *usage = 0;
-        KOVA_ResourceInfoInitAgent();
-        return kFailed;
-    }
-    *usage = load(region->dataPlaneCpuUsageBalance);
-    return kOk;
+    return kova::read_figure(usage, &KovaResourceRegion::dataPlaneCpuUsageBalance);
 }
 
 KOVA_PATCHABLE void KOVA_GetCputick(uint64_t* tick) {

@@ -19,18 +19,7 @@ using kova::load;
 using kova::store;
 
 uint32_t KOVA_GetSysCpuUsage(uint32_t* usage) {
-    if (usage == nullptr) {
-        KovaDLogWrite(KOVA_LOG_STARTUP(kIdRegion), "Input parameters invalid.");
-        return kFailed;
-    }
-    const KovaResourceRegion* const region = attached_region();
-    if (region == nullptr) {
-        *usage = 0;
-        KOVA_ResourceInfoInitAgent();
-        return kFailed;
-    }
-    *usage = load(region->sysCpuUsage);
-    return kOk;
+    return kova::read_figure(usage, &KovaResourceRegion::sysCpuUsage);
 }
 
 uint32_t KOVA_GetSysMemUsage(uint32_t* usage) {
@@ -104,18 +93,7 @@ uint32_t KOVA_GetMemOvloadState(void) {
 }
 
 uint32_t KOVA_GetReservedVirtualMem(uint32_t* value) {
-    if (value == nullptr) {
-        KovaDLogWrite(KOVA_LOG_STARTUP(kIdRegion), "Input parameters invalid.");
-        return kFailed;
-    }
-    const KovaResourceRegion* const region = attached_region();
-    if (region == nullptr) {
-        *value = 0;
-        KOVA_ResourceInfoInitAgent();
-        return kFailed;
-    }
-    *value = load(region->reservedVirtualMem);
-    return kOk;
+    return kova::read_figure(value, &KovaResourceRegion::reservedVirtualMem);
 }
 
 uint32_t KOVA_SetReservedMem(uint32_t value) {
